@@ -1,0 +1,71 @@
+#pragma once
+// The process-wide state that start-up fixes and every procedure reads: the installation root,
+// the clock and sleeper, the configuration settings and the status window's model.
+
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "platform/clock.h"
+#include "platform/guard.h"
+#include "service/window_model.h"
+
+namespace quellor {
+
+class MessageComponent;
+
+// Settings of quellor.ini.
+struct Settings {
+  int16_t listening_port = 0;
+  int16_t server_port = 0;
+  int16_t gateway_port = 0;
+  std::string server;
+  std::string gateway;
+  std::string postmasters;
+  std::string validation_method;
+  std::string domains_auto;   // automatic local domains: on only when exactly "YES"
+  std::string users_auto;     // automatic user provisioning: on only when exactly "YES"
+  std::string log = "ON";     // retry log: on only when exactly "ON"
+  std::string debug = "OFF";  // window visible unless exactly "OFF"; warnings only when "ON"
+
+  bool LogOn() const { return log == "ON"; }
+  bool DebugOn() const { return debug == "ON"; }
+};
+
+// The installation root: QUELLOR_ROOT, or /var/spool/quellor/, always ending with "/".
+std::string RootFromEnvironment();
+// Adds the trailing "/" when missing.
+std::string WithTrailingSlash(std::string root);
+
+class Context {
+ public:
+  Context(std::string root, Clock& clock, Sleeper& sleeper);
+
+  // The root followed by a relative path ("IN/x.EML").
+  std::string Path(std::string_view relative) const;
+  // Reports an error to the error log ("log and carry on" sink for guards).
+  ErrorSink error_sink();
+  // A uniform random number in [0, 1) from the generator seeded at start-up.
+  double Rnd();
+  void Seed(uint64_t seed) { rng_.seed(seed); }
+  // The one message component of the process, created on first use.
+  MessageComponent& component();
+
+  std::string root;  // with trailing "/"
+  Clock& clock;
+  Sleeper& sleeper;
+  Settings settings;
+  WindowModel window;
+  int16_t pause_ms = 100;       // per-message pause of the pass
+  std::string users = "Users";  // per-user folder name
+  std::string marker = "Request-ID:";
+  int64_t reset_day = 0;  // day number of the last daily reset
+
+ private:
+  std::mt19937_64 rng_{0};
+  std::shared_ptr<MessageComponent> component_;
+};
+
+}  // namespace quellor

@@ -1,0 +1,25 @@
+#pragma once
+// The four file primitives with retries: at most 8 attempts, 100 ms apart, then the operation is
+// abandoned silently. DeleteFile, CopyFile and NameFile post warnings (DEBUG exactly "ON") and
+// retry-log lines (LOG exactly "ON"); OpenFile retries silently.
+
+#include <string>
+#include <string_view>
+
+#include "config/context.h"
+#include "platform/files.h"
+
+namespace quellor {
+
+// Opens `path` in the mode named by `mode` ("INPUT", "APPEND", "OUTPUT", "BINARY", compared
+// after upper-casing). After a give-up, or for an unknown mode, the returned file is unopened,
+// so the caller's next use of it fails in the caller. `filenum` appears only in its log lines.
+TextFile OpenFile(Context& ctx, const std::string& path, std::string_view mode, int filenum = 1);
+// Deletes an ordinary file; a missing or hidden file is silent and immediate.
+void DeleteFile(Context& ctx, const std::string& archivo);
+// Copies `origen` over `destino`.
+void CopyFile(Context& ctx, const std::string& origen, const std::string& destino);
+// Renames `origen` to `destino`; an existing `destino` makes every attempt fail.
+void NameFile(Context& ctx, const std::string& origen, const std::string& destino);
+
+}  // namespace quellor

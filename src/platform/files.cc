@@ -1,0 +1,394 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/errors.h"
+#include "platform/fs.h"
+#include "platform/names.h"
+
+namespace quellor {
+
+namespace {
+
+constexpr size_t kBlock = 64 * 1024;
+
+// A failed create in a missing folder reads as "Path not found".
+[[noreturn]] void RaiseCreate(int err) {
+  if (err == ENOENT) Raise(kErrPathNotFound);
+  RaiseErrno(err);
+}
+
+// The error for a path that names nothing: "Path not found" when its folder is missing as well.
+[[noreturn]] void RaiseMissing(const std::string& path) {
+  size_t slash = path.find_last_of('/');
+  if (slash != std::string::npos && slash > 0 && !FolderExists(path.substr(0, slash))) {
+    Raise(kErrPathNotFound);
+  }
+  Raise(kErrFileNotFound);
+}
+
+std::string ExistingOrRaise(const std::string& path) {
+  auto actual = ResolveExisting(path);
+  if (!actual) RaiseMissing(path);
+  return *actual;
+}
+
+void WriteAll(int fd, const char* data, size_t n) {
+  while (n > 0) {
+    long w = Fs().Write(fd, data, n);
+    if (w < 0) RaiseErrno(static_cast<int>(-w));
+    if (w == 0) Raise(kErrDiskFull);
+    data += w;
+    n -= static_cast<size_t>(w);
+  }
+}
+
+}  // namespace
+
+TextFile::~TextFile() {
+  if (fd_ >= 0) {
+    try {
+      Flush();
+    } catch (...) {
+      // A destructor cannot report; Close() is the place where a failed write is seen.
+    }
+    Fs().Close(fd_);
+  }
+}
+
+TextFile::TextFile(TextFile&& other) noexcept {
+  *this = std::move(other);
+}
+
+TextFile& TextFile::operator=(TextFile&& other) noexcept {
+  if (this != &other) {
+    if (fd_ >= 0) {
+      try {
+        Flush();
+      } catch (...) {
+      }
+      Fs().Close(fd_);
+    }
+    fd_ = other.fd_;
+    path_ = std::move(other.path_);
+    mode_ = other.mode_;
+    in_ = std::move(other.in_);
+    in_pos_ = other.in_pos_;
+    at_end_ = other.at_end_;
+    out_ = std::move(other.out_);
+    pos_ = other.pos_;
+    other.fd_ = -1;
+  }
+  return *this;
+}
+
+TextFile TextFile::Open(const std::string& path, OpenMode mode) {
+  TextFile f;
+  f.mode_ = mode;
+  auto existing = ResolveExisting(path);
+  if (mode == OpenMode::kInput) {
+    if (!existing) RaiseMissing(path);
+    struct stat st;
+    if (Fs().Stat(*existing, &st) == 0 && S_ISDIR(st.st_mode)) Raise(kErrPathFileAccess);
+    int fd = Fs().Open(*existing, O_RDONLY, 0);
+    if (fd < 0) RaiseErrno(-fd);
+    f.fd_ = fd;
+    f.path_ = *existing;
+    return f;
+  }
+  int flags = O_CREAT;
+  switch (mode) {
+    case OpenMode::kAppend:
+      flags |= O_WRONLY | O_APPEND;
+      break;
+    case OpenMode::kOutput:
+      flags |= O_WRONLY | O_TRUNC;
+      break;
+    default:
+      flags |= O_RDWR;
+      break;
+  }
+  std::string target = existing ? *existing : ResolveForCreate(path);
+  struct timespec before = FolderStamp(target);
+  int fd = Fs().Open(target, flags, 0644);
+  if (fd < 0) RaiseCreate(-fd);
+  if (!existing) NoteCreated(target, before);
+  f.fd_ = fd;
+  f.path_ = target;
+  return f;
+}
+
+void TextFile::RequireOpen() const {
+  if (fd_ < 0) Raise(kErrBadFileNumber);
+}
+
+void TextFile::Fill() {
+  if (at_end_) return;
+  if (in_pos_ > 0) {
+    in_.erase(0, in_pos_);
+    in_pos_ = 0;
+  }
+  size_t old = in_.size();
+  in_.resize(old + kBlock);
+  long r = Fs().Read(fd_, in_.data() + old, kBlock);
+  if (r < 0) {
+    in_.resize(old);
+    RaiseErrno(static_cast<int>(-r));
+  }
+  in_.resize(old + static_cast<size_t>(r));
+  if (r == 0) at_end_ = true;
+}
+
+bool TextFile::Eof() {
+  RequireOpen();
+  if (mode_ != OpenMode::kInput && mode_ != OpenMode::kBinary) Raise(54);
+  if (in_pos_ < in_.size()) return false;
+  Fill();
+  return in_pos_ >= in_.size();
+}
+
+std::string TextFile::ReadLine() {
+  RequireOpen();
+  if (mode_ != OpenMode::kInput) Raise(54);
+  if (Eof()) Raise(kErrPastEnd);
+  size_t searched = in_pos_;
+  while (true) {
+    size_t cr = in_.find('\r', searched);
+    if (cr != std::string::npos) {
+      std::string line = in_.substr(in_pos_, cr - in_pos_);
+      size_t consumed = cr + 1 - in_pos_;
+      in_pos_ = cr + 1;
+      if (in_pos_ >= in_.size()) Fill();  // the LF of CR LF may sit in the next block
+      if (in_pos_ < in_.size() && in_[in_pos_] == '\n') {
+        ++in_pos_;
+        ++consumed;
+      }
+      pos_ += static_cast<int64_t>(consumed);
+      return line;
+    }
+    size_t before = in_.size() - in_pos_;
+    searched = in_.size();
+    Fill();
+    if (in_.size() - in_pos_ == before) {  // end of file: the last line lacks its end
+      std::string line = in_.substr(in_pos_);
+      pos_ += static_cast<int64_t>(line.size());
+      in_pos_ = in_.size();
+      return line;
+    }
+    searched = in_pos_ + before;
+  }
+}
+
+void TextFile::Flush() {
+  if (out_.empty() || fd_ < 0) return;
+  std::string pending;
+  pending.swap(out_);
+  WriteAll(fd_, pending.data(), pending.size());
+}
+
+void TextFile::WriteLine(std::string_view text) {
+  Write(text);
+  Write("\r\n");
+}
+
+void TextFile::Write(std::string_view bytes) {
+  RequireOpen();
+  if (mode_ == OpenMode::kInput) Raise(54);
+  out_.append(bytes);
+  pos_ += static_cast<int64_t>(bytes.size());
+  if (out_.size() >= kBlock) Flush();
+}
+
+std::string TextFile::ReadBlock(size_t n) {
+  RequireOpen();
+  if (mode_ != OpenMode::kBinary) Raise(54);
+  std::string block;
+  while (block.size() < n) {
+    if (in_pos_ >= in_.size()) {
+      Fill();
+      if (in_pos_ >= in_.size()) break;
+    }
+    size_t take = std::min(n - block.size(), in_.size() - in_pos_);
+    block.append(in_, in_pos_, take);
+    in_pos_ += take;
+  }
+  pos_ += static_cast<int64_t>(block.size());
+  return block;
+}
+
+int64_t TextFile::Length() {
+  RequireOpen();
+  struct stat st;
+  int r = Fs().Fstat(fd_, &st);
+  if (r != 0) RaiseErrno(-r);
+  return static_cast<int64_t>(st.st_size) + static_cast<int64_t>(out_.size());
+}
+
+void TextFile::Sync() {
+  RequireOpen();
+  Flush();
+  int r = Fs().Fsync(fd_);
+  if (r != 0) RaiseErrno(-r);
+}
+
+void TextFile::Close() {
+  if (fd_ < 0) return;
+  int fd = fd_;
+  fd_ = -1;
+  int err = 0;
+  try {
+    std::string pending;
+    pending.swap(out_);
+    WriteAll(fd, pending.data(), pending.size());
+  } catch (const RuntimeError&) {
+    Fs().Close(fd);
+    throw;
+  }
+  int r = Fs().Close(fd);
+  if (r < 0) err = -r;
+  if (err) RaiseErrno(err);
+}
+
+void RemoveFile(const std::string& path) {
+  std::string actual = ExistingOrRaise(path);
+  struct timespec before = FolderStamp(actual);
+  int r = Fs().Unlink(actual);
+  if (r != 0) RaiseErrno(-r);
+  NoteRemoved(actual, before);
+}
+
+void CopyFileBytes(const std::string& from, const std::string& to) {
+  std::string source = ExistingOrRaise(from);
+  auto existing = ResolveExisting(to);
+  std::string target = existing ? *existing : ResolveForCreate(to);
+  int in = Fs().Open(source, O_RDONLY, 0);
+  if (in < 0) RaiseErrno(-in);
+  if (existing) {
+    // Copying a file onto itself (another spelling, or another link) would empty it first.
+    struct stat s, t;
+    if (Fs().Fstat(in, &s) == 0 && Fs().Stat(target, &t) == 0 && s.st_dev == t.st_dev &&
+        s.st_ino == t.st_ino) {
+      Fs().Close(in);
+      Raise(kErrPermission);
+    }
+  }
+  struct timespec before = FolderStamp(target);
+  int out = Fs().Open(target, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (out < 0) {
+    Fs().Close(in);
+    RaiseCreate(-out);
+  }
+  if (!existing) NoteCreated(target, before);
+  std::string buf(kBlock, '\0');
+  int err = 0;
+  try {
+    while (true) {
+      long r = Fs().Read(in, buf.data(), buf.size());
+      if (r < 0) RaiseErrno(static_cast<int>(-r));
+      if (r == 0) break;
+      WriteAll(out, buf.data(), static_cast<size_t>(r));
+    }
+  } catch (const RuntimeError& e) {
+    err = e.number();
+  }
+  Fs().Close(in);
+  int r = Fs().Close(out);
+  if (err == 0 && r < 0) err = ErrorNumberFromErrno(-r);
+  if (err != 0) {
+    // A cut-off copy must not pass for the whole file: the caller copies again or gives up.
+    before = FolderStamp(target);
+    if (Fs().Unlink(target) == 0) NoteRemoved(target, before);
+    Raise(err);
+  }
+}
+
+void RenameFile(const std::string& from, const std::string& to) {
+  std::string source = ExistingOrRaise(from);
+  if (ResolveExisting(to)) Raise(kErrFileExists);
+  std::string target = ResolveForCreate(to);
+  // Our own change keeps each folder's index current when it was current just before.
+  struct timespec target_before = FolderStamp(target);
+  struct timespec source_before = FolderStamp(source);
+  // A link refuses an existing target, so a file that appeared meanwhile is never replaced.
+  int r = Fs().Link(source, target);
+  if (r == -EPERM || r == -EOPNOTSUPP || r == -ENOTSUP) {
+    // No hard links here (or a folder): one rename changes both folders at once.
+    r = Fs().Rename(source, target);
+    if (r != 0) RaiseErrno(-r);
+    NoteCreated(target, target_before);
+    NoteRemoved(source, source_before);
+    return;
+  }
+  if (r != 0) RaiseErrno(-r);
+  NoteCreated(target, target_before);
+  source_before = FolderStamp(source);
+  int u = Fs().Unlink(source);
+  if (u != 0) {
+    struct timespec before = FolderStamp(target);
+    if (Fs().Unlink(target) == 0) NoteRemoved(target, before);
+    RaiseErrno(-u);
+  }
+  NoteRemoved(source, source_before);
+}
+
+void MakeFolder(const std::string& path) {
+  if (ResolveExisting(path)) Raise(kErrPathFileAccess);
+  std::string target = ResolveForCreate(path);
+  struct timespec before = FolderStamp(target);
+  int r = Fs().Mkdir(target, 0755);
+  if (r != 0) {
+    if (r == -ENOENT) Raise(kErrPathNotFound);
+    RaiseErrno(-r);
+  }
+  NoteCreated(target, before);
+}
+
+int64_t FileLength(const std::string& path) {
+  std::string actual = ExistingOrRaise(path);
+  struct stat st;
+  int r = Fs().Stat(actual, &st);
+  if (r != 0) RaiseErrno(-r);
+  return static_cast<int64_t>(st.st_size);
+}
+
+std::time_t FileModified(const std::string& path) {
+  std::string actual = ExistingOrRaise(path);
+  struct stat st;
+  int r = Fs().Stat(actual, &st);
+  if (r != 0) RaiseErrno(-r);
+  return st.st_mtime;
+}
+
+void SyncFile(const std::string& path) {
+  std::string actual = ExistingOrRaise(path);
+  int fd = Fs().Open(actual, O_RDONLY, 0);
+  if (fd < 0) RaiseErrno(-fd);
+  int r = Fs().Fsync(fd);
+  Fs().Close(fd);
+  if (r != 0) RaiseErrno(-r);
+}
+
+void SyncFolder(const std::string& path) {
+  auto actual = ResolveExisting(path);
+  if (!actual) Raise(kErrPathNotFound);
+  int r = Fs().SyncDir(*actual);
+  if (r != 0) RaiseErrno(-r);
+}
+
+std::string ReadWholeFile(const std::string& path) {
+  TextFile f = TextFile::Open(path, OpenMode::kBinary);
+  std::string all;
+  while (true) {
+    std::string block = f.ReadBlock(kBlock);
+    if (block.empty()) break;
+    all += block;
+  }
+  f.Close();
+  return all;
+}
+
+}  // namespace quellor

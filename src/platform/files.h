@@ -1,0 +1,83 @@
+#pragma once
+// Files opened the way the procedures use them: text read line by line (CR or CR LF ends a line),
+// lines written with CR LF, and binary blocks. Every call goes through the file-system seam and
+// failures raise the classic run-time errors.
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace quellor {
+
+enum class OpenMode { kInput, kAppend, kOutput, kBinary };
+
+// An open file, or an unopened one: every use of an unopened file raises
+// "Bad file name or number", so the caller's next statement fails after a give-up.
+class TextFile {
+ public:
+  TextFile() = default;
+  ~TextFile();
+  TextFile(TextFile&& other) noexcept;
+  TextFile& operator=(TextFile&& other) noexcept;
+  TextFile(const TextFile&) = delete;
+  TextFile& operator=(const TextFile&) = delete;
+
+  // Opens the file (case-insensitive for existing names); raises on failure.
+  static TextFile Open(const std::string& path, OpenMode mode);
+
+  bool is_open() const { return fd_ >= 0; }
+  const std::string& path() const { return path_; }
+
+  // True when no more input is left (reading an unopened file raises).
+  bool Eof();
+  // The next line without its end (CR or CR LF; a lone LF stays in the line).
+  // Raises "Input past end of file" when nothing is left.
+  std::string ReadLine();
+  // Writes the text and CR LF.
+  void WriteLine(std::string_view text);
+  // Writes bytes as they are.
+  void Write(std::string_view bytes);
+  // Binary mode: reads up to n bytes from the current position.
+  std::string ReadBlock(size_t n);
+  // Length of the open file in bytes.
+  int64_t Length();
+  // Current read position (bytes consumed so far).
+  int64_t Position() const { return pos_; }
+  // Flushes written data to the disk (fsync).
+  void Sync();
+  // Closes; harmless on an unopened file. Raises if pending writes cannot be written.
+  void Close();
+
+ private:
+  void Fill();
+  void Flush();
+  void RequireOpen() const;
+
+  int fd_ = -1;
+  std::string path_;
+  OpenMode mode_ = OpenMode::kInput;
+  std::string in_;  // read buffer
+  size_t in_pos_ = 0;
+  bool at_end_ = false;
+  std::string out_;  // write buffer
+  int64_t pos_ = 0;
+};
+
+// Raw operations that raise the classic errors on failure (the retrying primitives wrap them).
+void RemoveFile(const std::string& path);                            // unlink an existing file
+void CopyFileBytes(const std::string& from, const std::string& to);  // replaces `to`
+void RenameFile(const std::string& from, const std::string& to);     // fails when `to` exists
+void MakeFolder(const std::string& path);                            // one level
+int64_t FileLength(const std::string& path);
+std::time_t FileModified(const std::string& path);
+
+// Flushes a file's data and a folder's entries to the disk.
+void SyncFile(const std::string& path);
+void SyncFolder(const std::string& path);
+
+// Reads a whole small file (templates, lists in tests); raises on failure.
+std::string ReadWholeFile(const std::string& path);
+
+}  // namespace quellor

@@ -1,0 +1,357 @@
+#include "platform/names.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <mutex>
+#include <unordered_map>
+
+#include "platform/errors.h"
+#include "platform/fs.h"
+#include "platform/text.h"
+
+namespace quellor {
+
+namespace {
+
+// The names of one folder by their lower-cased form, valid while the folder's stamp is unchanged.
+struct FolderIndex {
+  struct timespec stamp {};
+  // The scan happened so soon after the folder's last change that a further change within the
+  // same clock tick would leave the stamp as it is: a miss is confirmed by a fresh scan.
+  bool racy = false;
+  // Two names differ only in case; removing one of them must not hide the other.
+  bool ambiguous = false;
+  std::unordered_map<std::string, std::string> by_folded;
+};
+
+std::mutex& IndexMutex() {
+  static std::mutex m;
+  return m;
+}
+
+std::unordered_map<std::string, FolderIndex>& Indexes() {
+  static std::unordered_map<std::string, FolderIndex> indexes;
+  return indexes;
+}
+
+bool SameStamp(const struct timespec& a, const struct timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+int64_t Nanoseconds(const struct timespec& t) {
+  return static_cast<int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+// Whether a folder stamped `stamp` may still change without its stamp moving. File systems
+// stamp with a coarse clock (one kernel tick, at most 10 ms); one with whole-second stamps
+// shows tv_nsec 0.
+bool RacyStamp(const struct timespec& stamp) {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  const int64_t margin = stamp.tv_nsec == 0 ? 2000000000 : 20000000;
+  return Nanoseconds(now) - Nanoseconds(stamp) < margin;
+}
+
+std::string Folded(std::string_view name) {
+  return LCase(name);
+}
+
+// Folder part and name part of a path ("/a/b" -> "/a", "b"; "b" -> ".", "b").
+std::pair<std::string, std::string> Split(const std::string& path) {
+  size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return {".", path};
+  if (slash == 0) return {"/", path.substr(1)};
+  return {path.substr(0, slash), path.substr(slash + 1)};
+}
+
+std::string Join(const std::string& folder, const std::string& name) {
+  if (folder == "/") return "/" + name;
+  return folder + "/" + name;
+}
+
+// One spelling per path, so that one folder has one index: no repeated or trailing "/".
+std::string Clean(const std::string& raw) {
+  std::string path;
+  if (raw.find("//") == std::string::npos) {
+    path = raw;
+  } else {
+    path.reserve(raw.size());
+    for (char c : raw) {
+      if (c == '/' && !path.empty() && path.back() == '/') continue;
+      path.push_back(c);
+    }
+  }
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+// A path that could step out of its folder, or that the system cannot hold.
+bool Unsafe(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return true;
+  size_t start = 0;
+  while (start <= path.size()) {
+    size_t end = path.find('/', start);
+    if (end == std::string::npos) end = path.size();
+    std::string_view part(path.data() + start, end - start);
+    if (part == "." || part == "..") return true;
+    start = end + 1;
+  }
+  return false;
+}
+
+bool ReadStamp(const std::string& folder, struct timespec* stamp) {
+  struct stat st;
+  if (Fs().Stat(folder, &st) != 0 || !S_ISDIR(st.st_mode)) return false;
+  *stamp = st.st_mtim;
+  return true;
+}
+
+// Refills an index from a scan of its folder; `stamp` was read before the scan, so a change
+// during the scan leaves the index older than the folder and the next lookup scans again.
+void Rebuild(FolderIndex& index, const struct timespec& stamp,
+             const std::vector<std::string>& names) {
+  index.by_folded.clear();
+  index.by_folded.reserve(names.size());
+  index.ambiguous = false;
+  for (const auto& n : names) {
+    auto [it, inserted] = index.by_folded.emplace(Folded(n), n);
+    if (!inserted) {
+      index.ambiguous = true;
+      // Of names that differ only in case the lowest wins, whatever order the scan gave.
+      if (n < it->second) it->second = n;
+    }
+  }
+  index.stamp = stamp;
+  index.racy = RacyStamp(stamp);
+}
+
+// Scans `folder` into its index; false when the folder cannot be read.
+bool Scan(const std::string& folder, FolderIndex& index) {
+  struct timespec stamp;
+  if (!ReadStamp(folder, &stamp)) return false;
+  std::vector<std::string> names;
+  if (Fs().List(folder, &names) != 0) return false;
+  Rebuild(index, stamp, names);
+  return true;
+}
+
+// The actual path of `name` in the existing actual folder `folder` (whose stamp is `stamp`),
+// matched without regard to case; fills `st`.
+std::optional<std::string> LookUp(const std::string& folder, const struct timespec& stamp,
+                                  const std::string& name, struct stat* st) {
+  std::lock_guard lock(IndexMutex());
+  auto& indexes = Indexes();
+  auto it = indexes.find(folder);
+  bool fresh = false;
+  if (it == indexes.end() || !SameStamp(it->second.stamp, stamp)) {
+    FolderIndex index;
+    if (!Scan(folder, index)) return std::nullopt;
+    it = indexes.insert_or_assign(folder, std::move(index)).first;
+    fresh = true;
+  }
+  const std::string folded = Folded(name);
+  for (;;) {
+    FolderIndex& index = it->second;
+    auto hit = index.by_folded.find(folded);
+    if (hit != index.by_folded.end()) {
+      std::string full = Join(folder, hit->second);
+      if (Fs().Stat(full, st) == 0) return full;
+    } else if (!index.racy) {
+      return std::nullopt;
+    }
+    // A name the index holds is gone, or a racy index misses: the folder changed within the
+    // tick of its stamp. One fresh scan settles it.
+    if (fresh) return std::nullopt;
+    if (!Scan(folder, index)) {
+      indexes.erase(it);
+      return std::nullopt;
+    }
+    fresh = true;
+  }
+}
+
+// ResolveExisting on a clean, safe path; fills `st` for the entry found.
+std::optional<std::string> ResolveClean(const std::string& path, struct stat* st) {
+  if (Fs().Stat(path, st) == 0) return path;
+  auto [folder, name] = Split(path);
+  if (name.empty()) return std::nullopt;
+  struct stat folder_st;
+  auto actual_folder = ResolveClean(folder, &folder_st);
+  if (!actual_folder || !S_ISDIR(folder_st.st_mode)) return std::nullopt;
+  return LookUp(*actual_folder, folder_st.st_mtim, name, st);
+}
+
+std::optional<std::string> Resolve(const std::string& raw, struct stat* st) {
+  if (raw.empty() || Unsafe(raw)) return std::nullopt;
+  return ResolveClean(Clean(raw), st);
+}
+
+bool IsHiddenName(std::string_view name) {
+  return !name.empty() && name[0] == '.';
+}
+
+}  // namespace
+
+std::optional<std::string> ResolveExisting(const std::string& path) {
+  struct stat st;
+  return Resolve(path, &st);
+}
+
+std::string ResolveForCreate(const std::string& raw) {
+  if (raw.empty() || Unsafe(raw)) Raise(kErrBadFileNumber);
+  std::string path = Clean(raw);
+  struct stat st;
+  if (auto existing = ResolveClean(path, &st)) return *existing;
+  auto [folder, name] = Split(path);
+  if (folder == "/" || folder == ".") return path;
+  if (auto actual_folder = ResolveClean(folder, &st)) return Join(*actual_folder, name);
+  return Join(ResolveForCreate(folder), name);
+}
+
+struct timespec FolderStamp(const std::string& path) {
+  struct timespec stamp {};
+  ReadStamp(Split(Clean(path)).first, &stamp);
+  return stamp;
+}
+
+namespace {
+void Note(const std::string& raw_path, const struct timespec* before, bool created) {
+  const std::string actual_path = Clean(raw_path);
+  auto [folder, name] = Split(actual_path);
+  std::lock_guard lock(IndexMutex());
+  auto& indexes = Indexes();
+  auto it = indexes.find(folder);
+  if (it == indexes.end()) return;
+  FolderIndex& index = it->second;
+  bool keeps_stamp = before && SameStamp(index.stamp, *before);
+  const std::string folded = Folded(name);
+  auto hit = index.by_folded.find(folded);
+  if (created) {
+    if (hit == index.by_folded.end()) {
+      index.by_folded.emplace(folded, name);
+    } else if (hit->second != name) {
+      index.ambiguous = true;
+    }
+  } else if (hit != index.by_folded.end() && hit->second == name) {
+    index.by_folded.erase(hit);
+    // Another name that differs only in case may still exist: let a scan find it.
+    if (index.ambiguous) keeps_stamp = false;
+  }
+  // When the index was current just before our own change, it is current after it as well.
+  struct timespec now;
+  if (keeps_stamp && ReadStamp(folder, &now)) index.stamp = now;
+}
+}  // namespace
+
+void NoteCreated(const std::string& actual_path) {
+  Note(actual_path, nullptr, true);
+}
+void NoteRemoved(const std::string& actual_path) {
+  Note(actual_path, nullptr, false);
+}
+void NoteCreated(const std::string& actual_path, const struct timespec& before) {
+  Note(actual_path, &before, true);
+}
+void NoteRemoved(const std::string& actual_path, const struct timespec& before) {
+  Note(actual_path, &before, false);
+}
+
+void ForgetNameIndexes() {
+  std::lock_guard lock(IndexMutex());
+  Indexes().clear();
+}
+
+bool OrdinaryFileExists(const std::string& path) {
+  struct stat st;
+  auto actual = Resolve(path, &st);
+  return actual && S_ISREG(st.st_mode) && !IsHiddenName(Split(*actual).second);
+}
+
+bool AnyFileExists(const std::string& path) {
+  struct stat st;
+  return Resolve(path, &st) && !S_ISDIR(st.st_mode);
+}
+
+bool FolderExists(const std::string& path) {
+  struct stat st;
+  return Resolve(path, &st) && S_ISDIR(st.st_mode);
+}
+
+bool PathExists(const std::string& path) {
+  struct stat st;
+  return Resolve(path, &st).has_value();
+}
+
+bool MatchesPattern(std::string_view name, std::string_view pattern) {
+  // Iterative wildcard match with backtracking to the last "*".
+  size_t n = 0, p = 0, star = std::string_view::npos, mark = 0;
+  while (n < name.size()) {
+    if (p < pattern.size() && (pattern[p] == '?' || LowerChar(pattern[p]) == LowerChar(name[n]))) {
+      ++n;
+      ++p;
+    } else if (p < pattern.size() && pattern[p] == '*') {
+      star = p++;
+      mark = n;
+    } else if (star != std::string_view::npos) {
+      p = star + 1;
+      n = ++mark;
+    } else {
+      return false;
+    }
+  }
+  while (p < pattern.size() && pattern[p] == '*') ++p;
+  return p == pattern.size();
+}
+
+bool NameLess(std::string_view a, std::string_view b) {
+  size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    unsigned char x = static_cast<unsigned char>(a[i]);
+    unsigned char y = static_cast<unsigned char>(b[i]);
+    if (x >= 'A' && x <= 'Z') x += 32;
+    if (y >= 'A' && y <= 'Z') y += 32;
+    if (x != y) return x < y;
+  }
+  return a.size() < b.size();
+}
+
+std::vector<std::string> ListFiles(const std::string& folder, std::string_view pattern) {
+  std::vector<std::string> result;
+  auto actual = ResolveExisting(folder);
+  if (!actual) return result;
+  struct timespec stamp;
+  bool stamped = ReadStamp(*actual, &stamp);
+  std::vector<std::string> names;
+  std::vector<unsigned char> types;
+  if (Fs().List(*actual, &names, &types) != 0) return result;
+  // The scan refreshes the folder's index when it is behind.
+  if (stamped) {
+    std::lock_guard lock(IndexMutex());
+    FolderIndex& index = Indexes()[*actual];
+    if (index.racy || !SameStamp(index.stamp, stamp)) Rebuild(index, stamp, names);
+  }
+  for (size_t i = 0; i < names.size(); ++i) {
+    const std::string& n = names[i];
+    if (IsHiddenName(n) || !MatchesPattern(n, pattern)) continue;
+    bool regular = types[i] == DT_REG;
+    if (types[i] == DT_UNKNOWN || types[i] == DT_LNK) {
+      struct stat st;
+      regular = Fs().Stat(Join(*actual, n), &st) == 0 && S_ISREG(st.st_mode);
+    }
+    if (regular) result.push_back(n);
+  }
+  // Names equal but for case keep one order whatever the scan gave.
+  std::sort(result.begin(), result.end(), [](const std::string& a, const std::string& b) {
+    return NameLess(a, b) || (!NameLess(b, a) && a < b);
+  });
+  return result;
+}
+
+bool SafeName(std::string_view name) {
+  if (name.empty() || name == "." || name == "..") return false;
+  return name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+}
+
+}  // namespace quellor

@@ -1,0 +1,50 @@
+#include "service/startup.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "config/readini.h"
+#include "platform/guard.h"
+#include "platform/names.h"
+#include "platform/text.h"
+#include "service/error_sink.h"
+#include "spool/lists.h"
+
+namespace quellor {
+
+void LoadStartup(Context& ctx) {
+  Guard step(CarryOnSink(ctx), "Quellor - Form_Load");
+  WindowModel& w = ctx.window;
+
+  step([&] {
+    ctx.pause_ms = 100;
+    ctx.users = "Users";
+  });
+  step([&] { ctx.marker = "Request-ID:"; });
+  step([&] {
+    ctx.settings.log = "ON";
+    ctx.settings.debug = "OFF";
+  });
+  step([&] { readini(ctx); });
+  step([&] { w.List1.Clear(); });
+  step([&] { ScanEmailsinString(ctx, ctx.settings.postmasters, ""); });
+  // The input listing and the queue count; a missing IN/ is logged and `total` stays as it was.
+  step([&] {
+    std::vector<std::string> names = ListFiles(ctx.Path("IN"), "*.EML");
+    w.File1.Clear();
+    for (std::string& name : names) w.File1.Add(std::move(name));
+    // The count is the listing's 16-bit entry count, as the window reports it.
+    w.total.Set(DecimalText(w.File1.Count()));
+  });
+  step([&] {
+    const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
+    ctx.Seed(static_cast<uint64_t>(ticks) ^ static_cast<uint64_t>(ctx.clock.Now()));
+  });
+  step([&] { ctx.reset_day = DayNumber(ctx.clock.LocalNow()); });
+  // Only exactly "OFF" hides the window: "off" or any other value leaves it visible.
+  step([&] { w.visible = ctx.settings.debug != "OFF"; });
+}
+
+}  // namespace quellor

@@ -1,0 +1,74 @@
+#pragma once
+// The status window's state: the counters (each a decimal number kept as text) and the lists of
+// recent events. The pass writes it, the status protocol and the window page read it.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quellor {
+
+// A counter kept as decimal text, as the window shows it and the status protocol sends it.
+class Counter {
+ public:
+  const std::string& text() const { return text_; }
+  void Set(std::string text) { text_ = std::move(text); }
+  // The numeric value of the text (leading number, blanks skipped, 0 if none).
+  double Value() const;
+  // Reads the numeric value, adds one and writes plain decimal back ("13").
+  void Increment();
+  // Lowers by one (the pass counting down the queue).
+  void Decrement();
+
+ private:
+  std::string text_ = "0";
+};
+
+// A list of text lines; index 0 is the top.
+class ListModel {
+ public:
+  void Add(std::string line) { items_.push_back(std::move(line)); }
+  void InsertTop(std::string line) { items_.insert(items_.begin(), std::move(line)); }
+  void Clear() { items_.clear(); }
+  // The 16-bit entry count the window reports.
+  int16_t Count() const { return static_cast<int16_t>(items_.size()); }
+  size_t size() const { return items_.size(); }
+  // Line at an index; raises "Invalid procedure call or argument" outside the list.
+  const std::string& At(size_t i) const;
+  void Set(size_t i, std::string line);
+  const std::vector<std::string>& items() const { return items_; }
+
+ private:
+  std::vector<std::string> items_;
+};
+
+struct WindowModel {
+  // Totals.
+  Counter Forward, Learn, Ignore, Validations, purged, invalid;
+  // The same six for the current day.
+  Counter todayforward, todaylearn, todayignore, todayvalidations, todaypurged, todayinvalid;
+  // Messages waiting in the input queue / still to be handled by the running pass.
+  Counter total;
+  // Messages copied to the debug folder.
+  Counter kelpo;
+  // Start-up time "dd mmm yyyy hh:mm:ss"; "xx" until the Start command ran.
+  std::string starttime = "xx";
+
+  ListModel List1;       // "Local postmasters"
+  ListModel List2;       // "Validations"
+  ListModel List3;       // "Warnings"
+  ListModel purgedlist;  // "Purged Emails"
+  ListModel domainlist;  // "Incoming Mails"
+  ListModel outlist;     // "Local Mails"
+  ListModel File1;       // "In Queue"
+
+  bool check1 = false;        // "Accept External Query"
+  bool start_enabled = true;  // the Start button Command1
+  bool visible = true;        // hidden when DEBUG is exactly "OFF" at start-up
+  std::string title = "Spam Quellor";
+
+  // Resets the six today counters to "0" (the daily reset).
+  void ResetToday();
+};
+
+}  // namespace quellor

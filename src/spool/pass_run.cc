@@ -1,0 +1,66 @@
+#include "spool/pass_run.h"
+
+#include <string>
+
+#include "platform/files.h"
+#include "platform/names.h"
+
+namespace quellor {
+
+namespace {
+// The folder that holds a path ("/a/b/c.EML" -> "/a/b"); "" when there is none.
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos || slash == 0) return "";
+  return path.substr(0, slash);
+}
+
+// A folder path without its trailing "/", so that "/a/b/" and "/a/b" are recorded once.
+std::string WithoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+}  // namespace
+
+PassRun::PassRun(Context& context)
+    : ctx(context), guard_(context.error_sink(), std::function<std::string()>([this] {
+                             return "Quellor - quellor - errseek =" + std::to_string(s.errseek);
+                           })) {}
+
+void PassRun::Wrote(const std::string& path) {
+  written_files_.push_back(path);
+}
+
+void PassRun::WroteFolder(const std::string& path) {
+  written_folders_.insert(WithoutTrailingSlash(path));
+}
+
+void PassRun::FlushWritten() {
+  // Folders whose entries must reach the disk: those of the written files, the folders created
+  // for this message, and the folders that hold those (a new folder is an entry of its parent).
+  std::set<std::string> folders;
+  for (const std::string& path : written_files_) {
+    const std::string folder = FolderOf(path);
+    if (!folder.empty()) folders.insert(folder);
+  }
+  for (const std::string& folder : written_folders_) {
+    folders.insert(folder);
+    const std::string parent = FolderOf(folder);
+    if (!parent.empty()) folders.insert(parent);
+  }
+  for (const std::string& path : written_files_) {
+    Step([&] {
+      // A file that a later statement renamed or removed has nothing left to flush.
+      if (const auto actual = ResolveExisting(path)) SyncFile(*actual);
+    });
+  }
+  for (const std::string& folder : folders) {
+    Step([&] {
+      if (const auto actual = ResolveExisting(folder)) SyncFolder(*actual);
+    });
+  }
+  written_files_.clear();
+  written_folders_.clear();
+}
+
+}  // namespace quellor

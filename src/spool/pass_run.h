@@ -1,0 +1,60 @@
+#pragma once
+// One run of the processing pass: its per-message state, its single error handler and the
+// record of what it wrote for the current input pair.
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "config/context.h"
+#include "platform/guard.h"
+
+namespace quellor {
+
+// Per-message state of the pass. Values that a stage does not overwrite stay from the previous
+// message, exactly like the variables of the pass.
+struct PassState {
+  std::string message_file;      // name of the .EML in IN/
+  std::string envelope_name;     // message_file without its last four characters, then ".WAI"
+  std::string sender;            // envelope sender (line 1, trimmed)
+  std::string recipient;         // recipient address of the current line
+  std::string user;              // mailbox name (alias resolved)
+  std::string request_address;   // address the sender wrote, in parentheses, or the recipient
+  std::string subject;           // decoded subject; "" while unknown
+  bool handled = false;          // consumed: no per-user routing for the rest of the message
+  std::string first_wait_id;     // taken by the bounce test
+  std::string wait_id;           // of the current recipient, for the reply stages
+  bool reply = false;            // pass-wide: some message of this pass carried a wait identifier
+  std::string last_held_sender;  // line 1 of the held envelope read last in this pass
+  int16_t errseek = 0;           // progress marker printed by the error handler
+};
+
+class PassRun {
+ public:
+  explicit PassRun(Context& ctx);
+
+  // Runs one statement under the pass's error handler, which logs
+  // "Quellor - quellor - errseek =<marker>" with the error and carries on.
+  template <class F>
+  bool Step(F&& statement) {
+    return guard_(std::forward<F>(statement));
+  }
+  void Mark(int16_t marker) { s.errseek = marker; }
+
+  // Records a file or folder written for the current input pair; before the pair is deleted
+  // everything recorded is flushed to the disk (FlushWritten), so a crash never loses a message.
+  void Wrote(const std::string& path);
+  void WroteFolder(const std::string& path);
+  void FlushWritten();
+
+  Context& ctx;
+  PassState s;
+
+ private:
+  Guard guard_;
+  std::vector<std::string> written_files_;
+  std::set<std::string> written_folders_;
+};
+
+}  // namespace quellor

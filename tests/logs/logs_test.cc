@@ -1,0 +1,157 @@
+#include "logs/logs.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "logs/primitives.h"
+#include "platform/errors.h"
+#include "platform/fs.h"
+#include "platform/names.h"
+#include "support/temp_tree.h"
+
+namespace quellor {
+namespace {
+
+using testing::TempTree;
+
+class LogsTest : public ::testing::Test {
+ protected:
+  std::vector<std::string> ErrorLines() const { return t.ReadLines("LOG/system.log"); }
+  std::vector<std::string> Activity() const { return t.ReadLines("LOG/16-11-2026.log"); }
+  std::vector<std::string> Retry() const { return t.ReadLines("LOG/quellor/16-11-2026.iwr"); }
+
+  TempTree t;
+};
+
+TEST_F(LogsTest, ErrorLogLineForm) {
+  ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found");
+  t.clock.SetLocal(2026, 1, 2, 3, 4, 5);
+  ErrorLog(t.ctx, " - Alias", -2147221504, "Automation error");
+  ErrorLog(t.ctx, "Quellor - readini", 0, "");
+  EXPECT_EQ(t.Read("LOG/system.log"),
+            "16/11/2026 10:00:00 : Quellor - nextid - # 53 - File not found\r\n"
+            "02/01/2026 03:04:05 :  - Alias - #-2147221504 - Automation error\r\n"
+            "02/01/2026 03:04:05 : Quellor - readini - # 0 - \r\n");
+}
+
+TEST_F(LogsTest, ErrorLogRaisesWhenItCannotWrite) {
+  t.Remove("LOG");
+  EXPECT_THROW(ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found"), RuntimeError);
+}
+
+TEST_F(LogsTest, RetryLogLineAndTrailingLineEnd) {
+  struct Case {
+    std::string text;
+    std::string kept;  // the caller's text afterwards
+  } cases[] = {
+      {"plain", "plain"},         {"with end\r\n", "with end"},   {"\r\n", ""},
+      {"only LF\n", "only LF\n"}, {"twice\r\n\r\n", "twice\r\n"},
+  };
+  for (Case& c : cases) {
+    std::string text = c.text;
+    log(t.ctx, text, 1, ".iwr");
+    EXPECT_EQ(text, c.kept);
+  }
+  // Whatever is left of a line end is written as blanks: one call, one line.
+  EXPECT_EQ(t.Read("LOG/quellor/16-11-2026.iwr"),
+            "10:00:00  plain\r\n"
+            "10:00:00  with end\r\n"
+            "10:00:00  \r\n"
+            "10:00:00  only LF \r\n"
+            "10:00:00  twice  \r\n");
+}
+
+TEST_F(LogsTest, DayNameIsTakenForEveryLine) {
+  t.clock.SetLocal(2026, 12, 31, 23, 59, 59);
+  std::string a = "before", b = "after";
+  log(t.ctx, a, 1, ".iwr");
+  Statuslog(t.ctx, "one", 2, ".log");
+  t.clock.Advance(std::chrono::seconds(1));
+  log(t.ctx, b, 1, ".iwr");
+  Statuslog(t.ctx, "two", 2, ".log");
+  EXPECT_EQ(t.Read("LOG/quellor/31-12-2026.iwr"), "23:59:59  before\r\n");
+  EXPECT_EQ(t.Read("LOG/quellor/01-01-2027.iwr"), "00:00:00  after\r\n");
+  EXPECT_EQ(t.Read("LOG/31-12-2026.log"), "23:59:59 one\r\n");
+  EXPECT_EQ(t.Read("LOG/01-01-2027.log"), "00:00:00 two\r\n");
+}
+
+TEST_F(LogsTest, RetryLogInMissingFolderReportsEachFailingStatement) {
+  t.Remove("LOG/quellor");
+  std::string text = "###KILL x Intento= 1";
+  log(t.ctx, text, 1, ".iwr");
+  std::vector<std::string> errors = ErrorLines();
+  ASSERT_EQ(errors.size(), 2u);  // the open, then the write to the file that did not open
+  EXPECT_EQ(errors[0].rfind("16/11/2026 10:00:00 : Quellor - log - #", 0), 0u) << errors[0];
+  EXPECT_EQ(errors[1], "16/11/2026 10:00:00 : Quellor - log - # 52 - Bad file name or number");
+  EXPECT_FALSE(t.Exists("LOG/quellor"));
+}
+
+TEST_F(LogsTest, LogSwitchOffSilencesOnlyTheRetryLog) {
+  t.ctx.settings.log = "OFF";
+  CopyFile(t.ctx, t.Path("IN/none"), t.Path("IN/other"));  // gives up
+  Statuslog(t.ctx, "Sent     - <a@x> to <u@y> - learn mode", 2, ".log");
+  ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found");
+  EXPECT_FALSE(t.Exists("LOG/quellor/16-11-2026.iwr"));
+  EXPECT_EQ(Activity().size(), 1u);
+  EXPECT_EQ(ErrorLines().size(), 1u);
+}
+
+TEST_F(LogsTest, StatuslogRewritesThePassTexts) {
+  struct Case {
+    std::string in;
+    std::string out;
+  } cases[] = {
+      {"Sent     - <a@x> to <u@y> - found in white list",
+       "Received     - <a@x> to <u@y> - found in white list"},
+      {"Sent     - <a@x> to <u@y> - validation received",
+       "Received     - <a@x> to <u@y> - validation received"},
+      {"Sent     - <a@x> to <u@y> - learn mode", "Received     - <a@x> to <u@y> - learn mode"},
+      {"Sent     - <a@x> to <u@y> - forward mode",
+       "Received     - <a@x> to <u@y> - protection off"},
+      {"Queued - <a@x> to <u@y> - wait for validation",
+       "Delayed - <a@x> to <u@y> - wait for validation"},
+      {"Deleted - <a@x> to <u@y> - sender bounces validation",
+       "Deleted - <a@x> to <u@y> - sender bounces validation"},
+      {"Sent Sent x", "Received Received x"},
+      {"sent queued Forward mode", "sent queued Forward mode"},
+      {"Sent\tx Queued", "Sent\tx Queued"},
+      {"text with end\r\n", "text with end"},
+  };
+  std::vector<std::string> expected;
+  for (const Case& c : cases) {
+    Statuslog(t.ctx, c.in, 2, ".log");
+    expected.push_back("10:00:00 " + c.out);
+  }
+  EXPECT_EQ(Activity(), expected);
+  EXPECT_FALSE(t.Exists("LOG/system.log"));
+}
+
+TEST_F(LogsTest, StatuslogFirstFailureEndsTheCall) {
+  FaultyFileSystem fs;
+  ScopedFileSystem scope(&fs);
+  t.MakeFolder("WAIT/u@y");
+  fs.FailAlways(FsOp::kOpen, EACCES, "16-11-2026.log");
+  Statuslog(t.ctx, "Sent     - <a@x> to <u@y> - learn mode", 2, ".log");
+  // Before the user was found: an empty user and two blanks before the description.
+  EXPECT_EQ(ErrorLines(),
+            std::vector<std::string>{
+                "16/11/2026 10:00:00 : Statuslog - log: - # 70 -  Permission denied"});
+  EXPECT_FALSE(t.Exists("WAIT/u@y/stats.log"));
+  EXPECT_EQ(fs.calls(FsOp::kOpen), 2);  // no retries: the activity log and the error log
+
+  // A failure in the statistics names the user being counted.
+  fs.Clear();
+  t.Write("WAIT/u@y/stats.log", "");
+  ForgetNameIndexes();
+  Statuslog(t.ctx, "Sent     - <a@x> to <u@y> - learn mode", 2, ".log");
+  EXPECT_EQ(ErrorLines().back(),
+            "16/11/2026 10:00:00 : Statuslog - log:u@y - # 62 -  Input past end of file");
+  EXPECT_EQ(t.Read("WAIT/u@y/stats.log"), "");
+  EXPECT_EQ(Activity().size(), 1u);
+}
+
+}  // namespace
+}  // namespace quellor

@@ -1,0 +1,16 @@
+#pragma once
+// The subcommands of quellorctl, the administrator's tool.
+
+#include <string>
+#include <vector>
+
+namespace quellor::ctl {
+
+// quellorctl init [DIR]: creates a complete installation tree; never overwrites a file.
+int RunInit(const std::vector<std::string>& args);
+// quellorctl pass [--all] [--no-pause]: start-up, the Start command, passes, then the state dump.
+int RunPass(const std::vector<std::string>& args);
+// quellorctl status [HOST [PORT]]: prints a running service's status reply.
+int RunStatus(const std::vector<std::string>& args);
+
+}  // namespace quellor::ctl
