@@ -1,6 +1,9 @@
 // Validation replies: a reply naming a held message releases every message that the held
 // message's sender has waiting for that recipient, and white-lists that sender.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <string>
 #include <vector>
 
@@ -8,6 +11,7 @@
 #include "logs/logs.h"
 #include "logs/primitives.h"
 #include "platform/files.h"
+#include "platform/fs.h"
 #include "platform/message.h"
 #include "platform/names.h"
 #include "platform/regional.h"
@@ -70,6 +74,7 @@ HeldEnvelope ReadListed(PassRun& p, const std::string& folder, const std::string
     if (!file.Eof()) held.subject = file.ReadLine();
   });
   p.Step([&] { file.Close(); });
+  p.Mark(17);
   return held;
 }
 
@@ -117,9 +122,9 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
 
   const std::string envelope = Actual(folder + held.name);
   const std::string message = Actual(folder + held.name.substr(0, held.name.size() - 4) + ".EML");
-  p.Mark(18);
   std::string newid;
   p.Step([&] { newid = FreeLocalName(ctx); });
+  p.Mark(18);
   MarkReleased(p, message, held);
 
   // The envelope keeps its three lines: released mail carries its subject to the host.
@@ -148,6 +153,23 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   });
 }
 
+// True when the file's last line lacks its line end: an entry appended as it stands would be
+// glued to that line and spoil both entries.
+bool LastLineUnended(const std::string& path) {
+  const auto actual = ResolveExisting(path);
+  if (!actual) return false;
+  const int fd = Fs().Open(*actual, O_RDONLY | O_CLOEXEC, 0);
+  if (fd < 0) return false;
+  struct stat st {};
+  char last = '\n';
+  if (Fs().Fstat(fd, &st) == 0 && st.st_size > 0 &&
+      Fs().Pread(fd, &last, 1, static_cast<long>(st.st_size - 1)) != 1) {
+    last = '\n';
+  }
+  Fs().Close(fd);
+  return last != '\n' && last != '\r';
+}
+
 // Puts the held sender on the recipient's own white list unless some white list has it.
 void WhiteList(PassRun& p, const std::string& held_sender) {
   Context& ctx = p.ctx;
@@ -164,9 +186,14 @@ void WhiteList(PassRun& p, const std::string& held_sender) {
   });
   if (in_own || in_all || in_domain) return;
 
+  bool unended = false;
   TextFile list;
+  p.Step([&] { unended = LastLineUnended(own); });
   p.Step([&] { list = OpenFile(ctx, own, "APPEND", 2); });
-  p.Step([&] { list.WriteLine(OneLine(held_sender)); });
+  p.Step([&] {
+    if (unended) list.WriteLine("");
+    list.WriteLine(OneLine(held_sender));
+  });
   p.Step([&] { list.Close(); });
   p.Wrote(Actual(own));
 }
@@ -208,12 +235,11 @@ void ReplyStage(PassRun& p) {
   }
 
   // Every message of the held sender to this recipient, whichever identifier the reply named.
-  p.Mark(16);
   std::vector<std::string> listed;
   p.Step([&] { listed = ListFiles(folder, "*.WAI"); });
+  p.Mark(16);
   const size_t count = listed.size();
   for (size_t i = 0; i < count; ++i) {
-    p.Mark(17);
     const HeldEnvelope held = ReadListed(p, folder, listed[i]);
     if (UCase(held.sender) == UCase(held_sender) && UCase(held.recipient) == UCase(s.recipient)) {
       Release(p, folder, held, held_sender);
