@@ -11,8 +11,8 @@
 #include "platform/names.h"
 #include "platform/text.h"
 #include "spool/address.h"
-#include "spool/ids.h"
 #include "spool/stages.h"
+#include "spool/stages/lines.h"
 
 namespace quellor {
 
@@ -20,16 +20,6 @@ namespace {
 
 // One fixed boundary for every request; the host server and the repliers never cared.
 constexpr const char* kBoundary = "----=_NextPart_000_00E3_01C46421.ABF009F0";
-
-// Deliberate departure from the original program: CR and LF inside a value written as one
-// line become blanks, so no subject can add a header line to the request and no address can
-// add a line to the envelope.
-std::string OneLine(std::string value) {
-  for (char& c : value) {
-    if (c == '\r' || c == '\n') c = ' ';
-  }
-  return value;
-}
 
 // Writes every line of a template, transformed and encoded one line at a time (so the soft
 // breaks of the encoder apply per line). A missing template writes nothing and is reported
@@ -55,7 +45,7 @@ void ComposeRequest(PassRun& p) {
   const std::string wait_id = OneLine(p.s.wait_id);
 
   std::string newid;
-  p.Step([&] { newid = nextid(ctx); });
+  p.Step([&] { newid = FreeQueueName(ctx, "OUT/"); });
   const std::string stem = ctx.Path("OUT/") + newid;
 
   // The envelope first: the host server takes a pair only once its message file has its name.

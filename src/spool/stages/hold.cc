@@ -1,0 +1,103 @@
+// Quarantine and the validation-request throttle: the message waits in WAIT/<user>/ under its
+// input stem, and its sender gets at most one validation request a day per recipient.
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "logs/logs.h"
+#include "logs/primitives.h"
+#include "platform/errors.h"
+#include "platform/files.h"
+#include "platform/names.h"
+#include "platform/regional.h"
+#include "platform/text.h"
+#include "spool/stages.h"
+#include "spool/stages/lines.h"
+
+namespace quellor {
+
+namespace {
+
+// Copies the input pair's message into the waiting area with the three-line held envelope.
+void WriteHeld(PassRun& p, const std::string& folder) {
+  Context& ctx = p.ctx;
+  PassState& s = p.s;
+  p.Mark(2503);
+  p.Step([&] {
+    const std::string dir = folder.substr(0, folder.size() - 1);
+    if (!FolderExists(dir)) {
+      MakeFolder(dir);
+      p.WroteFolder(ResolveExisting(dir).value_or(dir));
+    }
+  });
+  p.Mark(2504);
+  TextFile envelope;
+  p.Step([&] { envelope = OpenFile(ctx, folder + s.wait_id + ".WAI", "OUTPUT", 2); });
+  if (envelope.is_open()) p.Wrote(envelope.path());
+  p.Step([&] { envelope.WriteLine(OneLine(s.sender)); });
+  p.Step([&] { envelope.WriteLine(OneLine(s.recipient)); });
+  p.Step([&] { envelope.WriteLine(OneLine(s.subject)); });
+  p.Step([&] { envelope.Close(); });
+  p.Step([&] { CopyFile(ctx, ctx.Path("IN/" + s.message_file), folder + s.message_file); });
+  p.Wrote(folder + s.message_file);
+  p.Mark(2505);
+  p.Step([&] {
+    Statuslog(ctx, "Queued - <" + s.sender + "> to <" + s.recipient + "> - wait for validation", 2,
+              ".log");
+  });
+}
+
+// Today's held envelopes of this sender to this recipient, counted up to 2.
+int16_t TodaysHeld(PassRun& p, const std::string& folder) {
+  Context& ctx = p.ctx;
+  PassState& s = p.s;
+  const LocalTime now = ctx.clock.LocalNow();
+  std::vector<std::string> listed;
+  p.Step([&] { listed = ListFiles(folder, CompactDate(now) + "*.WAI"); });
+  int16_t count = 0;
+  p.Mark(26);
+  for (size_t i = 0; i < listed.size() && count < 2; ++i) {
+    p.Step([&] { ctx.sleeper.Sleep(std::chrono::milliseconds(ctx.pause_ms / 10)); });
+    p.Step([&] {
+      const std::string path = folder + Trim(listed[i]);
+      // Named with today's date but written another day (a clock change) does not count.
+      if (!OrdinaryFileExists(path)) return;
+      if (ShortDate(ctx.clock.ToLocal(FileModified(path))) != ShortDate(now)) return;
+      TextFile file = OpenFile(ctx, path, "INPUT", 3);
+      const std::string sender = file.ReadLine();
+      const std::string recipient = file.ReadLine();
+      file.Close();
+      if (UCase(sender) == UCase(s.sender) && UCase(recipient) == UCase(s.recipient)) ++count;
+    });
+  }
+  p.Mark(27);
+  return count;
+}
+
+}  // namespace
+
+void Hold(PassRun& p, bool validation_off) {
+  Context& ctx = p.ctx;
+  PassState& s = p.s;
+  p.Mark(2501);
+  p.Step([&] {
+    const std::string name = Trim(s.message_file);
+    if (name.size() < 4) Raise(kErrInvalidCall);
+    s.wait_id = name.substr(0, name.size() - 4);
+  });
+  p.Mark(2502);
+
+  // A mailbox name that could leave WAIT/ has no waiting area.
+  const bool safe = SafeName(s.user);
+  const std::string folder = ctx.Path("WAIT/" + s.user + "/");
+  // Kept from the original design: once a reply was seen in this pass, later held messages are
+  // not written into the waiting area, yet their senders are still asked for a validation.
+  if (!s.reply && safe) WriteHeld(p, folder);
+
+  p.Mark(2506);
+  const int16_t count = safe ? TodaysHeld(p, folder) : 0;
+  // The message just held is one of today's envelopes: a count of 1 means it is the first.
+  if (count <= 1 && !validation_off) ComposeRequest(p);
+}
+
+}  // namespace quellor

@@ -1,0 +1,18 @@
+#pragma once
+// Helpers shared by the stages that write new files into the queues.
+
+#include <string>
+
+#include "config/context.h"
+
+namespace quellor {
+
+// A value written as one envelope, header or list line, with every CR and LF made a blank.
+std::string OneLine(std::string value);
+
+// A fresh name from nextid whose files are not yet in the queue folder `folder` ("LOCAL/",
+// "OUT/"): nextid alone rejects a name only when it is taken in all three queues at once, and a
+// new pair must never overwrite another one.
+std::string FreeQueueName(Context& ctx, const std::string& folder);
+
+}  // namespace quellor
