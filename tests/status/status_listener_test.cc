@@ -1,0 +1,224 @@
+#include "status/status_listener.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <boost/asio/read.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "loop_fixture.h"
+#include "status/status_reply.h"
+#include "support/temp_tree.h"
+
+namespace quellor {
+namespace {
+
+namespace asio = boost::asio;
+using tcp = asio::ip::tcp;
+using namespace std::chrono_literals;
+using testing::FreePort;
+using testing::LoopThread;
+
+struct Received {
+  bool connected = false;
+  std::string bytes;
+  boost::system::error_code end;  // how the read ended (eof: closed in order)
+};
+
+// Connects from `source` (a loopback address) and reads until the service closes.
+Received Query(const std::string& source, uint16_t port, int attempts = 50) {
+  Received r;
+  asio::io_context io;
+  for (int i = 0; i < attempts && !r.connected; ++i) {
+    tcp::socket s(io);
+    boost::system::error_code ec;
+    s.open(tcp::v4());
+    s.bind(tcp::endpoint(asio::ip::make_address(source), 0));
+    s.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port), ec);
+    if (ec) {
+      // Nothing listens while another reply is in flight: retry, as clients must.
+      std::this_thread::sleep_for(10ms);
+      continue;
+    }
+    r.connected = true;
+    asio::read(s, asio::dynamic_buffer(r.bytes), r.end);
+  }
+  return r;
+}
+
+class StatusListenerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    WindowModel& w = tree.ctx.window;
+    w.starttime = "16 Nov 2026 08:05:09";
+    w.Forward.Set("132");
+    w.Ignore.Set("57");
+    w.todayignore.Set("4");
+    w.invalid.Set("8");
+    w.domainlist.Add("x.org: 12");
+    w.domainlist.Add("y.org: 0");
+    listener = std::make_unique<StatusListener>(loop.io, tree.ctx, port);
+    loop.Do([&] { listener->Listen(); });
+  }
+  void TearDown() override {
+    loop.Do([&] {
+      listener.reset();
+      timer.reset();
+    });
+  }
+  // A timer on the service's loop that counts its ticks, as the pass timer would run.
+  void StartTicker(std::chrono::milliseconds period) {
+    loop.Do([&, period] {
+      timer = std::make_unique<asio::steady_timer>(loop.io);
+      Arm(period);
+    });
+  }
+  void Arm(std::chrono::milliseconds period) {
+    timer->expires_after(period);
+    timer->async_wait([this, period](boost::system::error_code ec) {
+      if (ec) return;
+      ++ticks;
+      Arm(period);
+    });
+  }
+  bool Listening() {
+    return loop.Do([&] { return listener->listening(); });
+  }
+  bool WaitListening(std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!Listening()) {
+      if (std::chrono::steady_clock::now() > end) return false;
+      std::this_thread::sleep_for(5ms);
+    }
+    return true;
+  }
+
+  testing::TempTree tree;
+  const uint16_t port = FreePort();
+  LoopThread loop;
+  std::unique_ptr<StatusListener> listener;
+  std::unique_ptr<asio::steady_timer> timer;
+  std::atomic<int> ticks{0};
+};
+
+const std::string kFullReply =
+    "START UP TIME=16 Nov 2026 08:05:09\r\nFORWARD=132\r\nLEARN=0\r\nQUELLOR=57\r\n"
+    "VALIDATIONS=0\r\nPURGED=0\r\nTODAY FORWARD=0\r\nTODAY LEARN=0\r\nTODAY QUELLOR=4\r\n"
+    "TODAY VALIDATIONS=0\r\nTODAY PURGED=0\r\nDOMAIN=x.org: 12\r\nDOMAIN=y.org: 0\r\n";
+
+TEST_F(StatusListenerTest, OnlyExactly127001IsLocalUnlessExternalQueriesAreAccepted) {
+  struct Case {
+    const char* source;
+    bool check1;
+    std::string expected;
+  };
+  // 127.0.0.2 stands for any other peer: another loopback form reads as external too.
+  const Case cases[] = {
+      {"127.0.0.1", false, kFullReply},
+      {"127.0.0.2", false, "\r\n"},
+      {"127.0.0.2", true, kFullReply},
+      {"127.0.0.1", true, kFullReply},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.source) + (c.check1 ? " ticked" : " unticked"));
+    loop.Do([&] { tree.ctx.window.check1 = c.check1; });
+    const Received r = Query(c.source, port);
+    ASSERT_TRUE(r.connected);
+    EXPECT_EQ(r.bytes, c.expected);
+    EXPECT_EQ(r.end, asio::error::eof);  // an orderly close right after the reply
+  }
+}
+
+TEST_F(StatusListenerTest, SecondClientIsTurnedAwayWhileOneIsServedAndAnsweredAfterwards) {
+  // Hold the loop as a pass would; both clients are queued by the kernel meanwhile.
+  std::promise<void> release;
+  asio::post(loop.io, [f = release.get_future().share()] { f.wait(); });
+  asio::io_context io;
+  tcp::socket first(io), second(io);
+  first.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+  second.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+  release.set_value();
+
+  std::string a, b;
+  boost::system::error_code ea, eb;
+  asio::read(first, asio::dynamic_buffer(a), ea);
+  asio::read(second, asio::dynamic_buffer(b), eb);
+  EXPECT_EQ(a, kFullReply);
+  EXPECT_EQ(b, "");  // the listening socket was closed under it
+  EXPECT_TRUE(eb);
+  EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
+}
+
+TEST_F(StatusListenerTest, ClientThatNeverReadsDoesNotStallTheLoopAndIsDroppedAfterTimeout) {
+  // A reply far larger than the socket buffers (the domain walk stops at a 16-bit count, so
+  // the lines are long), so its send cannot complete.
+  loop.Do([&] {
+    for (int i = 0; i < 20000; ++i)
+      tree.ctx.window.domainlist.Add(std::string(500, 'd') + std::to_string(i));
+    listener->set_send_timeout(1500ms);
+  });
+  StartTicker(20ms);
+
+  asio::io_context io;
+  tcp::socket idle(io);
+  idle.open(tcp::v4());
+  idle.set_option(asio::socket_base::receive_buffer_size(4096));
+  idle.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+  std::this_thread::sleep_for(400ms);
+  EXPECT_GE(ticks.load(), 5);
+  EXPECT_FALSE(Listening());  // the reply is still in flight
+  ASSERT_TRUE(WaitListening(5s));
+
+  const std::string reply = loop.Do([&] {
+    listener->set_send_timeout(10s);
+    return BuildStatusReply(tree.ctx.window);
+  });
+  EXPECT_EQ(Query("127.0.0.1", port).bytes, reply);
+  const std::string errors = tree.Read("LOG/system.log");
+  EXPECT_NE(errors.find("Quellor - statusws_connectionRequest - # 10060 - Connection is timed out"),
+            std::string::npos)
+      << errors;
+}
+
+TEST_F(StatusListenerTest, BurstOfConnectionsLeavesTimersRunningAndTheServiceAnswering) {
+  StartTicker(5ms);
+
+  asio::io_context io;
+  std::vector<std::unique_ptr<tcp::socket>> held;
+  const int before = ticks.load();
+  for (int i = 0; i < 200; ++i) {
+    auto s = std::make_unique<tcp::socket>(io);
+    boost::system::error_code ec;
+    s->connect(tcp::endpoint(asio::ip::address_v4::loopback(), port), ec);
+    held.push_back(std::move(s));  // kept open and never read
+  }
+  std::this_thread::sleep_for(100ms);
+  EXPECT_GT(ticks.load(), before);
+  held.clear();
+  EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
+}
+
+TEST(StatusPort, EnvironmentOverridesTheDefaultOnlyWithAPort) {
+  const struct {
+    const char* value;
+    uint16_t port;
+  } cases[] = {{nullptr, 10051}, {"", 10051},    {"20000", 20000}, {"0", 10051},
+               {"65536", 10051}, {"12x", 10051}, {"-5", 10051}};
+  for (const auto& c : cases) {
+    if (c.value) {
+      setenv("QUELLOR_STATUS_PORT", c.value, 1);
+    } else {
+      unsetenv("QUELLOR_STATUS_PORT");
+    }
+    EXPECT_EQ(StatusPortFromEnvironment(), c.port) << (c.value ? c.value : "(unset)");
+  }
+  unsetenv("QUELLOR_STATUS_PORT");
+}
+
+}  // namespace
+}  // namespace quellor
