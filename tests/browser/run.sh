@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# The browser test: the status window page in the system's Chromium (/usr/bin/chromium, never a
+# downloaded browser) against a running service over a fresh installation tree.
+# Usage: tests/browser/run.sh [BUILD_DIR]   (default: build)
+# QUELLOR_SCREENSHOT=FILE also saves a screenshot of the page (docs/window.png is made this way).
+set -euo pipefail
+build="$(cd "${1:-build}" && pwd)"
+if [ -n "${QUELLOR_SCREENSHOT:-}" ]; then
+  QUELLOR_SCREENSHOT="$(cd "$(dirname "$QUELLOR_SCREENSHOT")" && pwd)/$(basename "$QUELLOR_SCREENSHOT")"
+  export QUELLOR_SCREENSHOT
+fi
+cd "$(dirname "$0")"
+export PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1
+if [ ! -f node_modules/.package-lock.json ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
+  npm ci --no-audit --no-fund --loglevel=error
+fi
+exec node window.test.mjs "$build/tests/page_host"
