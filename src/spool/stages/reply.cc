@@ -17,38 +17,18 @@
 #include "platform/regional.h"
 #include "platform/text.h"
 #include "spool/address.h"
-#include "spool/ids.h"
 #include "spool/lists.h"
 #include "spool/stages.h"
 #include "spool/stages/invalid.h"
+#include "spool/stages/lines.h"
 
 namespace quellor {
 
 namespace {
 
-// A value written as one header or list line: line ends inside it become blanks.
-std::string OneLine(std::string text) {
-  for (char& c : text) {
-    if (c == '\r' || c == '\n') c = ' ';
-  }
-  return text;
-}
-
 // The actual path of an existing file, or the path as asked.
 std::string Actual(const std::string& path) {
   return ResolveExisting(path).value_or(path);
-}
-
-// A fresh name whose pair is not yet in LOCAL/: nextid only guarantees that the name is not
-// taken in all three queues at once, and a released message must never overwrite another.
-std::string FreeLocalName(Context& ctx) {
-  std::string id = nextid(ctx);
-  for (int tries = 0; tries < 1000 && (AnyFileExists(ctx.Path("LOCAL/" + id + ".WAI")) ||
-                                       AnyFileExists(ctx.Path("LOCAL/" + id + ".EML")));
-       ++tries) {
-    id = nextid(ctx);
-  }
-  return id;
 }
 
 // One listed held envelope, as the release loop reads it.
@@ -123,7 +103,7 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   const std::string envelope = Actual(folder + held.name);
   const std::string message = Actual(folder + held.name.substr(0, held.name.size() - 4) + ".EML");
   std::string newid;
-  p.Step([&] { newid = FreeLocalName(ctx); });
+  p.Step([&] { newid = FreeQueueName(ctx, "LOCAL/"); });
   p.Mark(18);
   MarkReleased(p, message, held);
 
