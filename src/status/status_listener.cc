@@ -92,9 +92,10 @@ struct StatusListener::Impl : std::enable_shared_from_this<StatusListener::Impl>
   unsigned generation = 0;  // numbers the connections, so a late timeout never hits a newer one
   bool closed = false;
   bool timed_out = false;
-  bool retry_failed = false;  // a retry streak logs its first failure only
 
   void Listen() {
+    // A reply in flight: listening resumes when its send completes.
+    if (socket.is_open()) return;
     closed = false;
     retry_timer.cancel();
     boost::system::error_code ec;
@@ -107,7 +108,6 @@ struct StatusListener::Impl : std::enable_shared_from_this<StatusListener::Impl>
     if (!ec) acceptor.bind(endpoint, ec);
     if (!ec) acceptor.listen(asio::socket_base::max_listen_connections, ec);
     if (!ec) {
-      retry_failed = false;
       acceptor.async_accept(socket, [self = shared_from_this()](boost::system::error_code e) {
         self->OnConnectionRequest(e);
       });
@@ -119,14 +119,13 @@ struct StatusListener::Impl : std::enable_shared_from_this<StatusListener::Impl>
     RaiseSocketError(ec);
   }
 
+  // The failure that led here has been logged where it happened; the retries stay quiet.
   void ScheduleRetry() {
     retry_timer.expires_after(retry_interval);
     retry_timer.async_wait([self = shared_from_this()](boost::system::error_code e) {
       if (e || self->closed) return;
-      const bool first = !self->retry_failed;
-      self->retry_failed = true;
-      Guard step(first ? CarryOnSink(self->ctx) : ErrorSink([](auto&&...) {}), kSendCompleteLabel);
-      step([&] { self->Listen(); });
+      Guard quiet([](const std::string&, int, const std::string&) {}, kSendCompleteLabel);
+      quiet([&] { self->Listen(); });
     });
   }
 

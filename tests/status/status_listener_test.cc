@@ -6,12 +6,14 @@
 #include <boost/asio/read.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "loop_fixture.h"
+#include "platform/errors.h"
 #include "status/status_reply.h"
 #include "support/temp_tree.h"
 
@@ -200,6 +202,28 @@ TEST_F(StatusListenerTest, BurstOfConnectionsLeavesTimersRunningAndTheServiceAns
   std::this_thread::sleep_for(100ms);
   EXPECT_GT(ticks.load(), before);
   held.clear();
+  EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
+}
+
+TEST_F(StatusListenerTest, PortHeldByAnotherProgramIsRetriedUntilFree) {
+  loop.Do([&] { listener->Close(); });
+  asio::io_context io;
+  auto holder =
+      std::make_unique<tcp::acceptor>(io, tcp::endpoint(asio::ip::address_v4::any(), port));
+  const int number = loop.Do([&] {
+    listener->set_retry_interval(20ms);
+    try {
+      listener->Listen();
+    } catch (const RuntimeError& e) {
+      return e.number();
+    }
+    return 0;
+  });
+  EXPECT_EQ(number, 10048);  // "Address in use"
+  std::this_thread::sleep_for(100ms);
+  EXPECT_FALSE(Listening());
+  holder.reset();
+  ASSERT_TRUE(WaitListening(2s));
   EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
 }
 
