@@ -47,30 +47,43 @@ void Report(Context& ctx, Reporting to, const std::string& text) {
   }
 }
 
-// Runs `step` until it succeeds or has failed 8 times, sleeping 100 ms after every failure.
-// `what` is the tag and details of the lines ("###KILL <path>"), `give_up` the marker of the
-// last line. Returns false after a give-up; the failure itself is forgotten.
-template <class Step>
-bool WithRetries(Context& ctx, Reporting to, const std::string& what, std::string_view give_up,
-                 Step&& step) {
-  int16_t attempts = 0;
-  while (true) {
-    try {
-      step();
-      return true;
-    } catch (const std::exception&) {
-      // Any error of the underlying call counts as a failed attempt.
-    }
-    ++attempts;
-    ctx.sleeper.Sleep(kPause);
-    if (attempts < kAttempts) {
-      Report(ctx, to, what + " Intento=" + SignedText(attempts));
-    } else {
-      Report(ctx, to, what + std::string(give_up));
-      return false;
+// The retries of one call: one attempt counter for the whole call, so that every failing step
+// of it (DeleteFile has two) draws on the same 8 attempts.
+class Attempts {
+ public:
+  // `what` is the tag and details of the lines ("###KILL <path>"), `give_up` the marker of the
+  // last line.
+  Attempts(Context& ctx, Reporting to, std::string what, std::string_view give_up)
+      : ctx_(ctx), to_(to), what_(std::move(what)), give_up_(give_up) {}
+
+  // Runs `step` until it succeeds or the call has failed 8 times, sleeping 100 ms after every
+  // failure. Returns false after a give-up; the failure itself is forgotten.
+  template <class Step>
+  bool Run(Step&& step) {
+    while (true) {
+      try {
+        step();
+        return true;
+      } catch (const std::exception&) {
+        // Any error of the underlying call counts as a failed attempt.
+      }
+      ++failures_;
+      ctx_.sleeper.Sleep(kPause);
+      if (failures_ >= kAttempts) {
+        Report(ctx_, to_, what_ + std::string(give_up_));
+        return false;
+      }
+      Report(ctx_, to_, what_ + " Intento=" + SignedText(failures_));
     }
   }
-}
+
+ private:
+  Context& ctx_;
+  Reporting to_;
+  std::string what_;
+  std::string_view give_up_;
+  int16_t failures_ = 0;
+};
 
 std::optional<OpenMode> ModeFromWord(std::string_view mode) {
   std::string word = UCase(mode);
@@ -90,27 +103,30 @@ TextFile OpenFile(Context& ctx, const std::string& path, std::string_view mode, 
   Reporting to{kOpenFileSwitches.debug == "ON", kOpenFileSwitches.log == "ON"};
   std::string what = "###OPEN " + path + "-" + SignedText(filenum) + "-" + std::string(mode);
   // OpenFile's give-up marker keeps its trailing blank, unlike the other three.
-  WithRetries(ctx, to, what, " RESUME NEXT ", [&] { file = TextFile::Open(path, *open_mode); });
+  Attempts(ctx, to, what, " RESUME NEXT ").Run([&] { file = TextFile::Open(path, *open_mode); });
   return file;
 }
 
 void DeleteFile(Context& ctx, const std::string& archivo) {
-  // A missing or hidden file is not looked for again: nothing to delete, nothing to log.
-  if (!OrdinaryFileExists(archivo)) return;
-  WithRetries(ctx, FromSettings(ctx), "###KILL " + archivo, " RESUME NEXT", [&] {
-    // The file may have gone meanwhile (another holder deleted it): then the work is done.
-    if (OrdinaryFileExists(archivo)) RemoveFile(archivo);
-  });
+  Attempts attempts(ctx, FromSettings(ctx), "###KILL " + archivo, " RESUME NEXT");
+  bool found = false;
+  // The search admits ordinary files only: a missing or hidden file (or a folder) is silent and
+  // immediate. A search that fails is retried like the delete itself.
+  if (!attempts.Run([&] { found = FindOrdinaryFile(archivo); }) || !found) return;
+  // A retry deletes again; a file that another holder removed meanwhile fails like any other.
+  attempts.Run([&] { RemoveFile(archivo); });
 }
 
 void CopyFile(Context& ctx, const std::string& origen, const std::string& destino) {
-  WithRetries(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT",
-              [&] { CopyFileBytes(origen, destino); });
+  Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
+    CopyFileBytes(origen, destino);
+  });
 }
 
 void NameFile(Context& ctx, const std::string& origen, const std::string& destino) {
-  WithRetries(ctx, FromSettings(ctx), "###NAME " + origen + "-" + destino, " RESUME NEXT",
-              [&] { RenameFile(origen, destino); });
+  Attempts(ctx, FromSettings(ctx), "###NAME " + origen + "-" + destino, " RESUME NEXT").Run([&] {
+    RenameFile(origen, destino);
+  });
 }
 
 }  // namespace quellor

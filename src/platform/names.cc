@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <mutex>
 #include <unordered_map>
 
@@ -127,27 +128,36 @@ void Rebuild(FolderIndex& index, const struct timespec& stamp,
   index.racy = RacyStamp(stamp);
 }
 
-// Scans `folder` into its index; false when the folder cannot be read.
-bool Scan(const std::string& folder, FolderIndex& index) {
+// Scans `folder` into its index; 0, or the errno when the folder cannot be read.
+int Scan(const std::string& folder, FolderIndex& index) {
   struct timespec stamp;
-  if (!ReadStamp(folder, &stamp)) return false;
+  if (!ReadStamp(folder, &stamp)) return ENOTDIR;
   std::vector<std::string> names;
-  if (Fs().List(folder, &names) != 0) return false;
+  if (int r = Fs().List(folder, &names); r != 0) return -r;
   Rebuild(index, stamp, names);
-  return true;
+  return 0;
+}
+
+// A failed stat that says something else than "no such entry": the search itself failed.
+bool SearchFailed(int r) {
+  return r != 0 && r != -ENOENT && r != -ENOTDIR;
 }
 
 // The actual path of `name` in the existing actual folder `folder` (whose stamp is `stamp`),
-// matched without regard to case; fills `st`.
+// matched without regard to case; fills `st`. When `err` is given it receives the errno of a
+// search that failed (rather than found nothing).
 std::optional<std::string> LookUp(const std::string& folder, const struct timespec& stamp,
-                                  const std::string& name, struct stat* st) {
+                                  const std::string& name, struct stat* st, int* err) {
   std::lock_guard lock(IndexMutex());
   auto& indexes = Indexes();
   auto it = indexes.find(folder);
   bool fresh = false;
   if (it == indexes.end() || !SameStamp(it->second.stamp, stamp)) {
     FolderIndex index;
-    if (!Scan(folder, index)) return std::nullopt;
+    if (int e = Scan(folder, index); e != 0) {
+      if (err) *err = e;
+      return std::nullopt;
+    }
     it = indexes.insert_or_assign(folder, std::move(index)).first;
     fresh = true;
   }
@@ -157,15 +167,21 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
     auto hit = index.by_folded.find(folded);
     if (hit != index.by_folded.end()) {
       std::string full = Join(folder, hit->second);
-      if (Fs().Stat(full, st) == 0) return full;
+      int r = Fs().Stat(full, st);
+      if (r == 0) return full;
+      if (err && SearchFailed(r)) {
+        *err = -r;
+        return std::nullopt;
+      }
     } else if (!index.racy) {
       return std::nullopt;
     }
     // A name the index holds is gone, or a racy index misses: the folder changed within the
     // tick of its stamp. One fresh scan settles it.
     if (fresh) return std::nullopt;
-    if (!Scan(folder, index)) {
+    if (int e = Scan(folder, index); e != 0) {
       indexes.erase(it);
+      if (err) *err = e;
       return std::nullopt;
     }
     fresh = true;
@@ -173,19 +189,25 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
 }
 
 // ResolveExisting on a clean, safe path; fills `st` for the entry found.
-std::optional<std::string> ResolveClean(const std::string& path, struct stat* st) {
-  if (Fs().Stat(path, st) == 0) return path;
+std::optional<std::string> ResolveClean(const std::string& path, struct stat* st,
+                                        int* err = nullptr) {
+  int r = Fs().Stat(path, st);
+  if (r == 0) return path;
+  if (err && SearchFailed(r)) {
+    *err = -r;
+    return std::nullopt;
+  }
   auto [folder, name] = Split(path);
   if (name.empty()) return std::nullopt;
   struct stat folder_st;
-  auto actual_folder = ResolveClean(folder, &folder_st);
+  auto actual_folder = ResolveClean(folder, &folder_st, err);
   if (!actual_folder || !S_ISDIR(folder_st.st_mode)) return std::nullopt;
-  return LookUp(*actual_folder, folder_st.st_mtim, name, st);
+  return LookUp(*actual_folder, folder_st.st_mtim, name, st, err);
 }
 
-std::optional<std::string> Resolve(const std::string& raw, struct stat* st) {
+std::optional<std::string> Resolve(const std::string& raw, struct stat* st, int* err = nullptr) {
   if (raw.empty() || Unsafe(raw)) return std::nullopt;
-  return ResolveClean(Clean(raw), st);
+  return ResolveClean(Clean(raw), st, err);
 }
 
 bool IsHiddenName(std::string_view name) {
@@ -266,6 +288,14 @@ void ForgetNameIndexes() {
 bool OrdinaryFileExists(const std::string& path) {
   struct stat st;
   auto actual = Resolve(path, &st);
+  return actual && S_ISREG(st.st_mode) && !IsHiddenName(Split(*actual).second);
+}
+
+bool FindOrdinaryFile(const std::string& path) {
+  struct stat st;
+  int err = 0;
+  auto actual = Resolve(path, &st, &err);
+  if (err != 0) RaiseErrno(err);
   return actual && S_ISREG(st.st_mode) && !IsHiddenName(Split(*actual).second);
 }
 

@@ -34,6 +34,9 @@ void ForgetNameIndexes();
 
 // A regular file whose name does not begin with "." (an "ordinary file").
 bool OrdinaryFileExists(const std::string& path);
+// The same test as a directory search that can fail: raises the classic error when the path
+// cannot be searched (a folder on the way that cannot be read, say) instead of answering "no".
+bool FindOrdinaryFile(const std::string& path);
 // Any existing file (hidden ones included), not a folder.
 bool AnyFileExists(const std::string& path);
 // An existing folder.

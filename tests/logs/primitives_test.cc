@@ -45,6 +45,10 @@ std::vector<RetryCase> RetryCases() {
       {"DeleteFile", [](TempTree& t) { t.Write("IN/a.WAI", "x"); },
        [](TempTree& t) { DeleteFile(t.ctx, t.Path("IN/a.WAI")); }, FsOp::kUnlink, "a.WAI",
        "###KILL {IN/a.WAI}"},
+      // The existence test of DeleteFile is retried like the delete.
+      {"DeleteFile search", [](TempTree& t) { t.Write("IN/a.WAI", "x"); },
+       [](TempTree& t) { DeleteFile(t.ctx, t.Path("IN/a.WAI")); }, FsOp::kStat, "a.WAI",
+       "###KILL {IN/a.WAI}"},
       {"CopyFile", [](TempTree& t) { t.Write("IN/a.EML", "x"); },
        [](TempTree& t) { CopyFile(t.ctx, t.Path("IN/a.EML"), t.Path("LOCAL/b.EML")); }, FsOp::kOpen,
        "a.EML", "###COPY {IN/a.EML}-{LOCAL/b.EML}"},
