@@ -54,10 +54,6 @@ unsigned char Lower(unsigned char c) {
   }
 }
 
-bool IsSkippable(char c) {
-  return c == ' ' || c == '\t' || c == '\n';
-}
-
 void AppendUtf8(std::string& out, char32_t cp) {
   if (cp < 0x80) {
     out += static_cast<char>(cp);
@@ -157,18 +153,13 @@ std::string ReplaceAll(std::string_view s, std::string_view find, std::string_vi
 
 double Val(std::string_view s) {
   size_t i = 0;
-  auto skip = [&] {
-    while (i < s.size() && IsSkippable(s[i])) ++i;
-  };
-  skip();
+  while (i < s.size() && s[i] == ' ') ++i;
   if (i + 1 < s.size() && s[i] == '&') {
     char kind = UpperChar(s[i + 1]);
     int base = kind == 'H' ? 16 : kind == 'O' ? 8 : 0;
     if (base != 0) {
-      i += 2;
       double v = 0;
-      for (; i < s.size(); ++i) {
-        if (IsSkippable(s[i])) continue;
+      for (i += 2; i < s.size(); ++i) {
         char c = UpperChar(s[i]);
         int d = (c >= '0' && c <= '9') ? c - '0' : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : 99;
         if (d >= base) break;
@@ -177,15 +168,13 @@ double Val(std::string_view s) {
       return v;
     }
   }
+  // The longest leading part that reads as a number: an optional sign, digits and at most one
+  // decimal point. Nothing else is skipped or read (no blanks inside, no exponent).
   std::string number;
-  if (i < s.size() && (s[i] == '-' || s[i] == '+')) {
-    number += s[i++];
-    skip();
-  }
+  if (i < s.size() && (s[i] == '-' || s[i] == '+')) number += s[i++];
   bool point = false, digits = false;
   for (; i < s.size(); ++i) {
     char c = s[i];
-    if (IsSkippable(c)) continue;
     if (c >= '0' && c <= '9') {
       number += c;
       digits = true;
@@ -195,14 +184,6 @@ double Val(std::string_view s) {
     } else {
       break;
     }
-  }
-  if (digits && i < s.size() && (UpperChar(s[i]) == 'E' || UpperChar(s[i]) == 'D')) {
-    size_t j = i + 1;
-    std::string exponent = "e";
-    if (j < s.size() && (s[j] == '-' || s[j] == '+')) exponent += s[j++];
-    size_t k = j;
-    while (k < s.size() && s[k] >= '0' && s[k] <= '9') exponent += s[k++];
-    if (k > j) number += exponent;
   }
   if (!digits) return 0;
   return std::strtod(number.c_str(), nullptr);

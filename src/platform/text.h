@@ -27,8 +27,8 @@ size_t InStrRev(std::string_view s, std::string_view find);
 // Replaces every case-sensitive occurrence (Replace).
 std::string ReplaceAll(std::string_view s, std::string_view find, std::string_view replacement);
 
-// The numeric value of a text: the leading number after skipped blanks (digits with optional
-// sign and decimal point; "&H" hexadecimal, "&O" octal), 0 when there is none.
+// The numeric value of a text: the leading number after skipped blanks (0x20 only): digits with
+// optional sign and decimal point, or "&H" hexadecimal, "&O" octal; 0 when there is none.
 double Val(std::string_view s);
 // Conversion to a 16-bit integer: halves round to even; outside -32768..32767 raises Overflow.
 int16_t CInt16(double v);
