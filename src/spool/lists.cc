@@ -102,13 +102,13 @@ void AddListEntry(Context& ctx, const std::string& lista, const std::string& nue
   // A work file left over from an interrupted call is appended to: its lines stay in front.
   bool ok = true;
   auto step = [&](auto&& statement) { ok = guard(statement) && ok; };
-  TextFile out;
+  // The list is opened before the work file. A missing list is not opened at all: the new list
+  // holds the new entry alone.
+  TextFile in, out;
+  if (exists) step([&] { in = OpenFile(ctx, lista, "INPUT"); });
   step([&] { out = OpenFile(ctx, work, "APPEND"); });
   bool written = false;
   if (exists) {
-    // A missing list is not opened at all: the new list holds the new entry alone.
-    TextFile in;
-    step([&] { in = OpenFile(ctx, lista, "INPUT"); });
     bool end = true;
     while (true) {
       if (!guard([&] { end = in.Eof(); })) ok = false;
@@ -125,11 +125,9 @@ void AddListEntry(Context& ctx, const std::string& lista, const std::string& nue
   }
   if (!written) step([&] { out.WriteLine(entry); });
   step([&] { out.Close(); });
-  if (!ok) {
-    // The work file is incomplete: replacing the list with it would lose entries.
-    DeleteFile(ctx, work);
-    return;
-  }
+  // An incomplete work file must not replace the list (entries would be lost); it stays as it
+  // is, like one left by an interrupted call, since it may hold the only copy of the list.
+  if (!ok) return;
   DeleteFile(ctx, lista);
   CopyFile(ctx, work, lista);
   DeleteFile(ctx, work);

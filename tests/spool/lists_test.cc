@@ -183,14 +183,16 @@ TEST_F(ListsTest, WorkFileTakesTheListsNameWithoutItsExtension) {
 
 TEST_F(ListsTest, AFailedRewriteLeavesTheList) {
   Write("DOMAIN.LST", "a.x\r\nz.x\r\n");
+  Write("DOMAIN.TMP", "stale.x\r\n");
   FaultyFileSystem fs;
   ScopedFileSystem scope(&fs);
-  // The work file cannot be created: the list must not be replaced by an incomplete copy.
+  // The work file cannot be opened: the list must not be replaced by an incomplete copy, and
+  // the stale work file (maybe the only copy of a list) stays as well.
   fs.FailAlways(FsOp::kOpen, EACCES, "DOMAIN.TMP");
   Add("m.x");
   EXPECT_EQ(t.sleeper.count(), 8);
   EXPECT_EQ(t.Read("DOMAIN.LST"), "a.x\r\nz.x\r\n");
-  EXPECT_FALSE(t.Exists("DOMAIN.TMP"));
+  EXPECT_EQ(t.Read("DOMAIN.TMP"), "stale.x\r\n");
   std::vector<std::string> errors = t.ReadLines("LOG/system.log");
   ASSERT_FALSE(errors.empty());
   EXPECT_EQ(errors[0],
