@@ -380,14 +380,22 @@ void SyncFolder(const std::string& path) {
 }
 
 std::string ReadWholeFile(const std::string& path) {
-  TextFile f = TextFile::Open(path, OpenMode::kBinary);
+  // Read-only: a missing file is an error, never created empty.
+  std::string actual = ExistingOrRaise(path);
+  int fd = Fs().Open(actual, O_RDONLY, 0);
+  if (fd < 0) RaiseErrno(-fd);
   std::string all;
+  std::string buf(kBlock, '\0');
   while (true) {
-    std::string block = f.ReadBlock(kBlock);
-    if (block.empty()) break;
-    all += block;
+    long r = Fs().Read(fd, buf.data(), buf.size());
+    if (r < 0) {
+      Fs().Close(fd);
+      RaiseErrno(static_cast<int>(-r));
+    }
+    if (r == 0) break;
+    all.append(buf, 0, static_cast<size_t>(r));
   }
-  f.Close();
+  Fs().Close(fd);
   return all;
 }
 
