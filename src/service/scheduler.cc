@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/errors.h"
 #include "platform/guard.h"
 #include "platform/names.h"
 #include "platform/regional.h"
@@ -12,6 +13,17 @@
 #include "spool/pass.h"
 
 namespace quellor {
+
+void CountQueue(Context& ctx) {
+  const std::string in = ctx.Path("IN");
+  if (!FolderExists(in)) Raise(kErrPathNotFound);
+  std::vector<std::string> names = ListFiles(in, "*.EML");
+  WindowModel& w = ctx.window;
+  w.File1.Clear();
+  for (std::string& name : names) w.File1.Add(std::move(name));
+  // The count is the listing's 16-bit entry count, as the window reports it.
+  w.total.Set(DecimalText(w.File1.Count()));
+}
 
 Scheduler::Scheduler(Context& ctx, Hooks hooks)
     : ctx_(ctx), hooks_(std::move(hooks)), pass_([this] { quellor(ctx_); }) {}
@@ -56,13 +68,7 @@ void Scheduler::Timer1_Timer() {
   step([&] { start = w.total.Value() == 0 && !w.start_enabled; });
   if (!start) return;
   // Refresh and count in one statement: when the listing fails, `total` keeps its text.
-  step([&] {
-    std::vector<std::string> names = ListFiles(ctx_.Path("IN"), "*.EML");
-    w.File1.Clear();
-    for (std::string& name : names) w.File1.Add(std::move(name));
-    // The count is the listing's 16-bit entry count, as the window reports it.
-    w.total.Set(DecimalText(w.File1.Count()));
-  });
+  step([&] { CountQueue(ctx_); });
   step([&] {
     if (w.total.Value() > 0) pass_();
   });

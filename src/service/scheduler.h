@@ -7,6 +7,10 @@
 
 namespace quellor {
 
+// Refreshes the input listing `File1` from the "*.EML" files of IN/ and writes its count into
+// `total`. A missing IN/ raises "Path not found" and leaves both as they were.
+void CountQueue(Context& ctx);
+
 class Scheduler {
  public:
   struct Hooks {

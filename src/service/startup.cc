@@ -10,6 +10,7 @@
 #include "platform/names.h"
 #include "platform/text.h"
 #include "service/error_sink.h"
+#include "service/scheduler.h"
 #include "spool/lists.h"
 
 namespace quellor {
@@ -31,13 +32,7 @@ void LoadStartup(Context& ctx) {
   step([&] { w.List1.Clear(); });
   step([&] { ScanEmailsinString(ctx, ctx.settings.postmasters, ""); });
   // The input listing and the queue count; a missing IN/ is logged and `total` stays as it was.
-  step([&] {
-    std::vector<std::string> names = ListFiles(ctx.Path("IN"), "*.EML");
-    w.File1.Clear();
-    for (std::string& name : names) w.File1.Add(std::move(name));
-    // The count is the listing's 16-bit entry count, as the window reports it.
-    w.total.Set(DecimalText(w.File1.Count()));
-  });
+  step([&] { CountQueue(ctx); });
   step([&] {
     const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
     ctx.Seed(static_cast<uint64_t>(ticks) ^ static_cast<uint64_t>(ctx.clock.Now()));

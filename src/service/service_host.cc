@@ -1,0 +1,108 @@
+#include "service/service_host.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <boost/asio/post.hpp>
+#include <csignal>
+#include <utility>
+
+#include "platform/guard.h"
+#include "service/error_sink.h"
+#include "service/startup.h"
+
+namespace quellor {
+
+namespace {
+
+Scheduler MakeScheduler(Context& ctx, Scheduler::Hooks hooks, std::function<void()> pass) {
+  if (pass) return Scheduler(ctx, std::move(hooks), std::move(pass));
+  return Scheduler(ctx, std::move(hooks));
+}
+
+}  // namespace
+
+ServiceHost::ServiceHost(boost::asio::io_context& io, Context& ctx, EventLog& events,
+                         ServiceManager& manager, HostOptions options)
+    : io_(io),
+      ctx_(ctx),
+      options_(std::move(options)),
+      watchdog_(ctx, manager),
+      scheduler_(MakeScheduler(
+          ctx, Scheduler::Hooks{nullptr, [this] { watchdog_.KeepAlive_Timer(); }}, options_.pass)),
+      events_(events, [this] { Unload(); }),
+      pass_timer_(io, options_.pass_interval, [this] { scheduler_.Timer1_Timer(); }),
+      keepalive_timer_(io, options_.keepalive_interval, [this] { watchdog_.KeepAlive_Timer(); }),
+      // Registered at once: a Stop that arrives during start-up waits for the loop.
+      signals_(io, SIGTERM, SIGINT, SIGUSR1) {
+  signals_.add(SIGUSR2);
+  signals_.add(SIGHUP);
+}
+
+int ServiceHost::Run() {
+  Begin();
+  io_.run();
+  return 0;
+}
+
+void ServiceHost::Begin() {
+  // The timers run from the creation of the window; their first ticks come after start-up.
+  pass_timer_.Start();
+  keepalive_timer_.Start();
+  WaitForSignal();
+
+  {
+    Guard step(CarryOnSink(ctx_), "Quellor - Form_Load");
+    step([&] { ctx_.component(); });
+  }
+  LoadStartup(ctx_);
+  scheduler_.Command1_Click();
+
+  // systemd delivers Start once the process has connected; here that is right after start-up.
+  boost::asio::post(io_, [this] {
+    bool started = false;
+    events_.Start(started);
+    if (options_.service_run) sd_notify(0, "READY=1");
+  });
+}
+
+void ServiceHost::WaitForSignal() {
+  signals_.async_wait([this](const boost::system::error_code& ec, int signal_number) {
+    if (ec) return;
+    OnSignal(signal_number);
+    if (!unloaded_) WaitForSignal();
+  });
+}
+
+void ServiceHost::OnSignal(int signal_number) {
+  bool success = false;
+  switch (signal_number) {
+    case SIGTERM:
+    case SIGINT:
+      events_.Stop();
+      break;
+    case SIGUSR1:
+      events_.Pause(success);
+      if (options_.service_run) sd_notify(0, "STATUS=Paused");
+      break;
+    case SIGUSR2:
+      events_.Continue(success);
+      if (options_.service_run) sd_notify(0, "STATUS=Running");
+      break;
+    default:
+      events_.Control(signal_number);
+      break;
+  }
+}
+
+void ServiceHost::Unload() {
+  // Nothing is saved: the window's state ends with the process. The loop returns once the
+  // running handler has written its closing entry.
+  unloaded_ = true;
+  if (options_.service_run) sd_notify(0, "STOPPING=1");
+  pass_timer_.Cancel();
+  keepalive_timer_.Cancel();
+  signals_.cancel();
+  io_.stop();
+}
+
+}  // namespace quellor

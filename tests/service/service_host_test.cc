@@ -1,0 +1,60 @@
+#include "service/service_host.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/asio/io_context.hpp>
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "service/recording_event_log.h"
+#include "support/temp_tree.h"
+
+namespace quellor {
+namespace {
+
+using testing::Entry;
+using testing::kClosing;
+using testing::RecordingEventLog;
+using testing::TempTree;
+
+class SilentServiceManager : public ServiceManager {
+ public:
+  std::string QueryStateText(const std::string&, const std::string&) override { return ""; }
+  void StartService(const std::string&, const std::string&) override {}
+  std::string ComputerName() override { return "mailhost"; }
+};
+
+// Signals that arrive during a pass are served after it; a paused service still passes.
+TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
+  TempTree tree;
+  tree.Write("IN/1.EML", "x");
+  tree.Write("IN/1.WAI", "x");
+  RecordingEventLog log;
+  SilentServiceManager manager;
+  boost::asio::io_context io;
+  HostOptions options;
+  options.pass_interval = std::chrono::milliseconds(20);
+  options.keepalive_interval = std::chrono::hours(1);
+  int passes = 0;
+  options.pass = [&] {
+    ++passes;
+    log.entries.push_back({0, 0, "pass " + std::to_string(passes)});
+    if (passes == 2) std::raise(SIGUSR1);
+    if (passes == 3) std::raise(SIGTERM);
+    tree.ctx.window.total.Set("0");
+  };
+  ServiceHost host(io, tree.ctx, log, manager, options);
+  EXPECT_EQ(host.Run(), 0);
+  EXPECT_EQ(log.entries, (std::vector<Entry>{{0, 0, "pass 1"},
+                                             kClosing,
+                                             {0, 0, "pass 2"},
+                                             {1, 109, "Service paused"},
+                                             kClosing,
+                                             {0, 0, "pass 3"},
+                                             kClosing}));
+  EXPECT_EQ(tree.ctx.window.starttime, "16 Nov 2026 10:00:00");
+}
+
+}  // namespace
+}  // namespace quellor
