@@ -49,6 +49,8 @@ int main(int argc, char** argv) {
   boost::asio::io_context io;
   HostOptions options;
   options.service_run = mode == RunMode::kService;
+  options.status_port = StatusPortFromEnvironment();
+  options.window_port = WindowPortFromEnvironment();
   ServiceHost host(io, ctx, events, manager, options);
   return host.Run();
 }

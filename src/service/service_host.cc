@@ -27,8 +27,12 @@ ServiceHost::ServiceHost(boost::asio::io_context& io, Context& ctx, EventLog& ev
       ctx_(ctx),
       options_(std::move(options)),
       watchdog_(ctx, manager),
+      listener_(io, ctx, options_.status_port),
+      window_(io, ctx, options_.window_port),
       scheduler_(MakeScheduler(
-          ctx, Scheduler::Hooks{nullptr, [this] { watchdog_.KeepAlive_Timer(); }}, options_.pass)),
+          ctx,
+          Scheduler::Hooks{[this] { listener_.Listen(); }, [this] { watchdog_.KeepAlive_Timer(); }},
+          options_.pass)),
       events_(events, [this] { Unload(); }),
       pass_timer_(io, options_.pass_interval, [this] { scheduler_.Timer1_Timer(); }),
       keepalive_timer_(io, options_.keepalive_interval, [this] { watchdog_.KeepAlive_Timer(); }),
@@ -50,11 +54,11 @@ void ServiceHost::Begin() {
   keepalive_timer_.Start();
   WaitForSignal();
 
-  {
-    Guard step(CarryOnSink(ctx_), "Quellor - Form_Load");
-    step([&] { ctx_.component(); });
-  }
+  Guard step(CarryOnSink(ctx_), "Quellor - Form_Load");
+  step([&] { ctx_.component(); });
   LoadStartup(ctx_);
+  // The window shows once it is loaded, and only when DEBUG did not hide it.
+  step([&] { window_.Start(); });
   scheduler_.Command1_Click();
 
   // systemd delivers Start once the process has connected; here that is right after start-up.
@@ -101,6 +105,8 @@ void ServiceHost::Unload() {
   if (options_.service_run) sd_notify(0, "STOPPING=1");
   pass_timer_.Cancel();
   keepalive_timer_.Cancel();
+  listener_.Close();
+  window_.Stop();
   signals_.cancel();
   io_.stop();
 }

@@ -1,8 +1,8 @@
 #pragma once
-// The service's one event loop: start-up, the pass timer (10 s), the watchdog timer (60 s) and
-// the service events delivered as signals (SIGTERM and SIGINT Stop, SIGUSR1 Pause, SIGUSR2
-// Continue, SIGHUP Control). Every handler runs to its end on the one thread, so a pass is never
-// interrupted and a Stop that arrives during a pass is served after it.
+// The service's one event loop: start-up, the pass timer (10 s), the watchdog timer (60 s), the
+// status listener, the window page and the service events delivered as signals (SIGTERM and SIGINT
+// Stop, SIGUSR1 Pause, SIGUSR2 Continue, SIGHUP Control). Every handler runs to its end on the one
+// thread, so a pass is never interrupted and a Stop that arrives during a pass is served after it.
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -16,6 +16,8 @@
 #include "service/service_events.h"
 #include "service/service_manager.h"
 #include "service/watchdog.h"
+#include "service/window_page.h"
+#include "status/status_listener.h"
 
 namespace quellor {
 
@@ -24,6 +26,9 @@ struct HostOptions {
   bool service_run = false;
   std::chrono::milliseconds pass_interval{10000};
   std::chrono::milliseconds keepalive_interval{60000};
+  // The status port (all addresses) and the window page's port (127.0.0.1 only).
+  uint16_t status_port = kDefaultStatusPort;
+  uint16_t window_port = kDefaultWindowPort;
   // Replaces the processing pass (tests); empty for the real pass.
   std::function<void()> pass;
 };
@@ -52,6 +57,8 @@ class ServiceHost {
   Context& ctx_;
   HostOptions options_;
   Watchdog watchdog_;
+  StatusListener listener_;
+  WindowServer window_;
   Scheduler scheduler_;
   ServiceEvents events_;
   PeriodicTimer pass_timer_;

@@ -34,6 +34,22 @@ std::string FreePort() {
   return std::to_string(ntohs(address.sin_port));
 }
 
+// Everything a status query on 127.0.0.1 receives.
+std::string StatusReply(const std::string& port) {
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<uint16_t>(std::stoi(port)));
+  std::string reply;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+    char buffer[4096];
+    for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) reply.append(buffer, n);
+  }
+  close(fd);
+  return reply;
+}
+
 TEST(CommandLineTest, UnknownOptionIsReportedWithStatusTwo) {
   TempTree tree;
   Program program({"-INSTALL"}, {{"QUELLOR_UNIT_DIR", tree.root()}, {"QUELLOR_ROOT", tree.root()}});
@@ -84,8 +100,9 @@ TEST(UnitFilesTest, FailedRegistrationWritesNoParameters) {
 TEST(QuellorProgramTest, DebugRunPassesDroppedMailAndStopsOnSigterm) {
   TempTree tree;
   tree.Write("quellor.ini", "LOG=ON\r\nDEBUG=OFF\r\n");
+  const std::string status_port = FreePort();
   Program program({"-debug"}, {{"QUELLOR_ROOT", tree.root()},
-                               {"QUELLOR_STATUS_PORT", FreePort()},
+                               {"QUELLOR_STATUS_PORT", status_port},
                                {"QUELLOR_WINDOW_PORT", FreePort()}});
   ASSERT_TRUE(program.started());
   // The Start event's entry, echoed on standard error, comes once start-up is over.
@@ -102,6 +119,9 @@ TEST(QuellorProgramTest, DebugRunPassesDroppedMailAndStopsOnSigterm) {
   }
   EXPECT_TRUE(tree.List("IN").empty());
   EXPECT_EQ(tree.List("LOCAL").size(), 2u) << tree.Read("LOG/system.log");
+
+  // The Start command opened the status port: the reply counts the forwarded message.
+  EXPECT_NE(StatusReply(status_port).find("FORWARD=1\r\n"), std::string::npos);
 
   program.Signal(SIGTERM);
   EXPECT_EQ(program.Wait(), 0);

@@ -36,6 +36,8 @@ TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
   HostOptions options;
   options.pass_interval = std::chrono::milliseconds(20);
   options.keepalive_interval = std::chrono::hours(1);
+  options.status_port = 0;  // any free port
+  options.window_port = 0;
   int passes = 0;
   options.pass = [&] {
     ++passes;
