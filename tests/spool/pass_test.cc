@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <ctime>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -224,6 +225,75 @@ TEST_F(PassTest, TakesAtMostFortyOldestFirstAndRemovesHalfPairs) {
   EXPECT_LT(activity.find("<s01@x.org>"), activity.find("<s02@x.org>"));
   EXPECT_LT(activity.find("<s37@x.org>"), activity.find("<s38@x.org>"));
   EXPECT_EQ(activity.find("<s39@x.org>"), std::string::npos);
+}
+
+TEST_F(PassTest, ProvisionsUsersOfLocalDomainsAndCountsTheirTraffic) {
+  tree.ctx.settings.users_auto = "YES";
+  tree.ctx.settings.domains_auto = "YES";
+  tree.WriteLines("DOMAIN.LST", {"a.org", "y.org"});
+  tree.Write("SYSTEM/NEW_USER.CONF", "MODE=QUELLOR\r\n");
+  Queue("20261116090000001", "a@a.org", {"u@Y.ORG", "w@new.org"});
+  RunPass();
+
+  // Both forwarded and provisioned; the new domain was added to DOMAIN.LST in sorted order.
+  EXPECT_EQ(Files("LOCAL", ".EML").size(), 2u);
+  EXPECT_EQ(tree.Read("Users/u@Y.ORG.CONF"), "MODE=QUELLOR\r\n");
+  EXPECT_EQ(tree.Read("DOMAIN.LST"), "a.org\r\nnew.org\r\ny.org\r\n");
+  // The new domain is listed by the time its user is provisioned.
+  EXPECT_EQ(tree.Read("Users/w@new.org.CONF"), "MODE=QUELLOR\r\n");
+  WindowModel& w = tree.ctx.window;
+  EXPECT_EQ(w.domainlist.items(), (std::vector<std::string>{"y.org:1", "new.org:1"}));
+  EXPECT_EQ(w.outlist.items(), (std::vector<std::string>{"a.org:2"}));
+
+  // The next message to that user is handled in the template's mode; the waiting area takes
+  // the name in the letter case of this envelope.
+  Queue("20261116090000002", "b@b.org", {"U@y.org"});
+  RunPass();
+  EXPECT_TRUE(tree.Exists("WAIT/U@y.org/20261116090000002.EML"));
+  EXPECT_EQ(w.domainlist.items(), (std::vector<std::string>{"y.org:2", "new.org:1"}));
+}
+
+TEST_F(PassTest, MailboxNamesThatCouldLeaveTheirFolderAreNeverUsedAsPaths) {
+  tree.ctx.settings.users_auto = "YES";
+  // Every domain of those names is local, so only the names themselves stop provisioning.
+  tree.WriteLines("DOMAIN.LST", {".", "..", "y.org"});
+  tree.Write("SYSTEM/NEW_USER.CONF", "MODE=QUELLOR\r\n");
+  const std::vector<std::string> aliases = {"..", ".", "../../x@y.org",
+                                            std::string("a\0@y.org", 9)};
+  for (size_t i = 0; i < aliases.size(); ++i) {
+    const std::string address = "al" + std::to_string(i) + "@y.org";
+    tree.WriteLines("Users/" + address + ".ALS", {aliases[i]});
+    Queue("2026111609000000" + std::to_string(i), "a@x.org", {address});
+  }
+  const auto users_before = tree.List("Users");
+  RunPass();
+
+  // Forwarded as unconfigured users, with nothing created for those names anywhere.
+  EXPECT_EQ(Files("LOCAL", ".EML").size(), aliases.size());
+  EXPECT_EQ(tree.List("Users"), users_before);
+  EXPECT_TRUE(tree.List("WAIT").empty());
+  EXPECT_FALSE(std::filesystem::exists(tree.Path("../x@y.org.CONF")));
+  EXPECT_EQ(Errors(), "");
+}
+
+TEST_F(PassTest, AfterAReplyThePassHoldsNothingMoreButStillSendsRequests) {
+  tree.Write("Users/u@y.org.CONF", "MODE=QUELLOR\r\n");
+  // A reply naming no held message, then an ordinary message, both from unknown senders.
+  Queue("20261116090000001", "r@x.org", {"u@y.org"}, "Re: Rq:Hi // Request-ID:123");
+  Queue("20261116090000002", "a@x.org", {"u@y.org"});
+  RunPass();
+
+  // Neither is written into the waiting area (the reply flag stays set for the whole pass),
+  // yet each sender gets a request naming the message's own identifier.
+  EXPECT_TRUE(Files("WAIT/u@y.org", ".EML").empty());
+  EXPECT_EQ(Files("OUT", ".EML").size(), 2u);
+  EXPECT_EQ(CountLines(ActivityLog(), "wait for validation"), 0);
+  EXPECT_EQ(tree.ctx.window.Ignore.text(), "2");
+
+  // The next pass starts with the flag cleared.
+  Queue("20261116090000003", "b@x.org", {"u@y.org"});
+  RunPass();
+  EXPECT_TRUE(tree.Exists("WAIT/u@y.org/20261116090000003.EML"));
 }
 
 }  // namespace
