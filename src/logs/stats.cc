@@ -51,8 +51,9 @@ void UpdateStatistics(Context& ctx, const std::string& text, std::string& user) 
   user = text.substr(start - 1, end - start);
   if (user.empty()) return;
   user = ResolveAlias(ctx, user);
-  // Names that could leave WAIT/ never name a holding folder.
-  if (!SafeName(user) || !PathExists(ctx.Path("WAIT/" + user))) return;
+  // Names that could leave WAIT/ never name a holding folder; the directory search for the
+  // folder admits no hidden entry.
+  if (!SafeName(user) || user.front() == '.' || !PathExists(ctx.Path("WAIT/" + user))) return;
 
   std::string path = ctx.Path("WAIT/" + user + "/stats.log");
   std::string date = ShortDate(ctx.clock.LocalNow());
