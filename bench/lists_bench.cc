@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "config/context.h"
 #include "platform/clock.h"
@@ -23,6 +24,32 @@ void BM_MatchEntry(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * 4);
 }
 BENCHMARK(BM_MatchEntry);
+
+// The matcher alone over 100,000 entries held in memory, as buscaenlista meets them without
+// the file reading: the value matches the last entry, or none.
+void BM_MatchEntry100k(benchmark::State& state, const char* value, bool expected) {
+  std::vector<std::string> entries;
+  entries.reserve(100000);
+  for (int i = 0; i < 99999; ++i) {
+    entries.push_back("sender" + std::to_string(i) + "@domain" + std::to_string(i % 97) + ".org");
+  }
+  entries.push_back("last@example.org");
+  for (auto _ : state) {
+    bool found = false;
+    for (const std::string& entry : entries) {
+      if (MatchEntry(entry, value)) {
+        found = true;
+        break;
+      }
+    }
+    if (found != expected) state.SkipWithError("wrong match result");
+  }
+  state.SetItemsProcessed(state.iterations() * 100000);
+}
+BENCHMARK_CAPTURE(BM_MatchEntry100k, hit_at_end, "LAST@example.org", true)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_MatchEntry100k, miss, "nobody@example.org", false)
+    ->Unit(benchmark::kMillisecond);
 
 // An installation with a list of 100,000 addresses, the last one "last@example.org".
 class LongList {
