@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The browser test: the status window page in the system's Chromium (/usr/bin/chromium, never a
-# downloaded browser) against a running service over a fresh installation tree.
+# downloaded browser) against the service, `quellor -debug`, over a fresh installation tree.
 # Usage: tests/browser/run.sh [BUILD_DIR]   (default: build)
 # QUELLOR_SCREENSHOT=FILE also saves a screenshot of the page (docs/window.png is made this way).
 set -euo pipefail
@@ -14,4 +14,4 @@ export PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1
 if [ ! -f node_modules/.package-lock.json ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
   npm ci --no-audit --no-fund --loglevel=error
 fi
-exec node window.test.mjs "$build/tests/page_host"
+exec node window.test.mjs "$build/quellor" -debug

@@ -2,8 +2,8 @@
 // fresh installation tree: counters and lists after a pass, ticking "Accept External Query"
 // and the next external status query, and the double-click dialog of the domain list.
 //
-// Usage: node window.test.mjs SERVICE_COMMAND... (the program and its arguments, e.g. the page
-// host or `quellor -debug`). The screenshot goes to $QUELLOR_SCREENSHOT (default: none).
+// Usage: node window.test.mjs SERVICE_COMMAND... (the program and its arguments: `quellor -debug`).
+// The screenshot goes to $QUELLOR_SCREENSHOT (default: none).
 //
 // An external peer is simulated with a connection from 127.0.0.2: it is on this machine, but it
 // does not read exactly "127.0.0.1", so the service treats it as any other host.
@@ -74,8 +74,9 @@ function makeTree(root) {
   const crlf = (lines) => lines.map((l) => l + "\r\n").join("");
   fs.writeFileSync(path.join(root, "quellor.ini"), crlf(["DEBUG=ON", "POSTMASTERS=postmaster@example.org"]));
   fs.writeFileSync(path.join(root, "DOMAIN.LST"), crlf(["example.org"]));
-  // Mail for a user without configuration is forwarded and counted under its domain. The
-  // envelope is written first and the message last, as the host server does.
+  // Mail for a user without configuration is forwarded and counted under its domain; the Start
+  // command passes it at start-up. The envelope is written first and the message last, as the
+  // host server does.
   fs.writeFileSync(path.join(root, "IN", "M0001.WAI"), crlf(["alice@remote.example", "bob@example.org"]));
   fs.writeFileSync(
     path.join(root, "IN", "M0001.EML"),
@@ -93,7 +94,6 @@ const env = {
   QUELLOR_ROOT: root,
   QUELLOR_STATUS_PORT: String(statusPort),
   QUELLOR_WINDOW_PORT: String(windowPort),
-  QUELLOR_PASS_MS: "500",
 };
 
 const service = spawn(command[0], command.slice(1), { env, stdio: ["ignore", "pipe", "inherit"] });
