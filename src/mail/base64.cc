@@ -66,7 +66,6 @@ std::vector<uint8_t> Base64Class::DecodeToByteArray(std::string_view encoded) co
       continue;
     }
     if (encoded[i] == '=') continue;
-    if (encoded[i] == '\0') Raise(kErrSubscript);  // the reverse table has no entry for code 0
     text += encoded[i];
   }
   const size_t n = text.size();
@@ -75,7 +74,12 @@ std::vector<uint8_t> Base64Class::DecodeToByteArray(std::string_view encoded) co
   if (size == 0) Raise(kErrSubscript);  // the output cannot be sized to zero bytes
   std::vector<uint8_t> out;
   out.reserve(size);
-  auto value = [&](size_t k) -> uint32_t { return reverse_[static_cast<unsigned char>(text[k])]; };
+  auto value = [&](size_t k) -> uint32_t {
+    // The reverse table has no entry for code 0; a single character left over is never looked
+    // up, so a NUL there is dropped like any other.
+    if (text[k] == '\0') Raise(kErrSubscript);
+    return reverse_[static_cast<unsigned char>(text[k])];
+  };
   size_t k = 0;
   for (; k + 4 <= n; k += 4) {
     const uint32_t g = (value(k) << 18) | (value(k + 1) << 12) | (value(k + 2) << 6) | value(k + 3);

@@ -33,6 +33,7 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"LoneLfCountsAsA", "SGVs\nbG8=", std::string("Hel\x01\xB1\xBC", 6)},
         DecodeCase{"LoneCrCountsAsA", "SGVs\rbG8=", std::string("Hel\x01\xB1\xBC", 6)},
         DecodeCase{"SingleLeftoverDropped", "SGVsb", "Hel"},
+        DecodeCase{"LeftoverNulDroppedUnread", std::string("SGVs\0", 5), "Hel"},
         DecodeCase{"TwoLeftoverGiveOneByte", "SG", "H"},
         DecodeCase{"ThreeLeftoverGiveTwoBytes", "SGk", "Hi"},
         DecodeCase{"HighBytes", "6f8=", "\xE9\xFF"}),
