@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -20,21 +19,19 @@ namespace quellor::testing {
 
 class Program {
  public:
-  Program(const std::vector<std::string>& args, const std::map<std::string, std::string>& env) {
-    std::vector<std::string> argv_text = {std::string(QUELLOR_BINARY_DIR) + "/quellor"};
-    argv_text.insert(argv_text.end(), args.begin(), args.end());
-    std::vector<std::string> env_text;
+  Program(std::vector<std::string> args, const std::map<std::string, std::string>& env) {
+    args.insert(args.begin(), std::string(QUELLOR_BINARY_DIR) + "/quellor");
+    std::vector<std::string> vars;
     for (char** e = environ; *e; ++e) {
-      const std::string entry = *e;
-      if (!env.count(entry.substr(0, entry.find('=')))) env_text.push_back(entry);
+      const std::string var = *e;
+      if (!env.count(var.substr(0, var.find('=')))) vars.push_back(var);
     }
-    for (const auto& [name, value] : env) env_text.push_back(name + "=" + value);
+    for (const auto& [name, value] : env) vars.push_back(name + "=" + value);
     std::vector<char*> argv, envp;
-    for (std::string& a : argv_text) argv.push_back(a.data());
-    for (std::string& e : env_text) envp.push_back(e.data());
+    for (std::string& a : args) argv.push_back(a.data());
+    for (std::string& v : vars) envp.push_back(v.data());
     argv.push_back(nullptr);
     envp.push_back(nullptr);
-
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) return;
     posix_spawn_file_actions_t actions;
@@ -46,15 +43,13 @@ class Program {
     err_fd_ = fds[0];
   }
   ~Program() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      Wait();
-    }
-    if (err_fd_ >= 0) close(err_fd_);
+    if (pid_ > 0) kill(pid_, SIGKILL), Wait();
+    close(err_fd_);
   }
 
   bool started() const { return pid_ > 0; }
   void Signal(int signal_number) const { kill(pid_, signal_number); }
+  const std::string& error_text() const { return stderr_; }
 
   // Reads standard error until `text` appears or the time runs out.
   bool WaitForError(const std::string& text, std::chrono::milliseconds limit) {
@@ -67,7 +62,7 @@ class Program {
     return true;
   }
 
-  // Waits for the program's end; returns its exit status (-1 when killed by a signal).
+  // Waits for the end; returns the exit status (-1 when a signal ended the program).
   int Wait() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
@@ -78,17 +73,13 @@ class Program {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
-  const std::string& error_text() const { return stderr_; }
-
  private:
   bool ReadSome(int timeout_ms) {
     pollfd p{err_fd_, POLLIN, 0};
-    if (poll(&p, 1, timeout_ms) <= 0) return false;
     char buffer[4096];
-    const ssize_t n = read(err_fd_, buffer, sizeof buffer);
-    if (n <= 0) return false;
-    stderr_.append(buffer, static_cast<size_t>(n));
-    return true;
+    const ssize_t n = poll(&p, 1, timeout_ms) > 0 ? read(err_fd_, buffer, sizeof buffer) : 0;
+    if (n > 0) stderr_.append(buffer, static_cast<size_t>(n));
+    return n > 0;
   }
 
   pid_t pid_ = -1;
