@@ -1,0 +1,311 @@
+// quellorctl as an administrator runs it: the built program on a temporary installation tree.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "config/readini.h"
+#include "platform/clock.h"
+#include "support/temp_tree.h"
+
+namespace quellor {
+namespace {
+
+using testing::TempTree;
+
+struct Result {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs quellorctl with QUELLOR_ROOT set (and any further VAR=value words in `env`).
+Result Ctl(const TempTree& tree, const std::string& root, const std::string& args,
+           const std::string& env = "") {
+  const std::string err_file = tree.Path("ctl.err");
+  const std::string command = "env QUELLOR_ROOT='" + root + "' " + env + " '" + QUELLOR_BINARY_DIR +
+                              "/quellorctl' " + args + " 2>'" + err_file + "'";
+  Result r;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) return r;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
+  const int status = pclose(pipe);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  r.err = tree.Read("ctl.err");
+  return r;
+}
+
+constexpr const char* kFolders[] = {"IN",    "LOCAL",  "OUT", "WAIT",       "DEBUG",
+                                    "Users", "SYSTEM", "LOG", "LOG/quellor"};
+constexpr const char* kFiles[] = {"quellor.ini",
+                                  "DOMAIN.LST",
+                                  "SYSTEM/validation.txt",
+                                  "SYSTEM/validation.htm",
+                                  "SYSTEM/validation_foot.txt",
+                                  "SYSTEM/validation_foot.htm",
+                                  "SYSTEM/NEW_USER.CONF"};
+
+TEST(CtlInit, CreatesACompleteTreeAndNeverOverwrites) {
+  TempTree tree;
+  const std::string root = tree.Path("site/");
+
+  // First with DIR on the command line, then again with QUELLOR_ROOT only.
+  Result first = Ctl(tree, "/nonexistent", "init '" + root + "'");
+  ASSERT_EQ(first.status, 0) << first.err;
+  for (const char* folder : kFolders) {
+    EXPECT_TRUE(std::filesystem::is_directory(root + folder)) << folder;
+    EXPECT_NE(first.out.find("created " + root + folder + "/\n"), std::string::npos) << folder;
+  }
+  for (const char* file : kFiles) {
+    EXPECT_NE(first.out.find("created " + root + file + "\n"), std::string::npos) << file;
+    // Text files of the installation end every line with CR LF.
+    const std::string bytes = tree.Read(std::string("site/") + file);
+    EXPECT_EQ(std::regex_search(bytes, std::regex("[^\r]\n|\r[^\n]")), false) << file;
+  }
+  EXPECT_EQ(tree.Read("site/DOMAIN.LST"), "");
+
+  // The commented configuration reads as the documented defaults.
+  FakeClock clock;
+  RecordingSleeper sleeper;
+  Context ctx(root, clock, sleeper);
+  ctx.settings.log = "x";
+  ctx.settings.debug = "x";
+  readini(ctx);
+  EXPECT_EQ(ctx.settings.postmasters, "");
+  EXPECT_EQ(ctx.settings.domains_auto, "NO");
+  EXPECT_EQ(ctx.settings.users_auto, "NO");
+  EXPECT_EQ(ctx.settings.log, "ON");
+  EXPECT_EQ(ctx.settings.debug, "OFF");
+  EXPECT_FALSE(tree.Exists("site/LOG/system.log"));
+
+  // The mode is searched anywhere in a line: only the one setting line may carry it.
+  std::vector<std::string> mode_lines;
+  for (const std::string& line : tree.ReadLines("site/SYSTEM/NEW_USER.CONF")) {
+    std::string upper = line;
+    for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (upper.find("MODE=") != std::string::npos) mode_lines.push_back(line);
+    EXPECT_NE(upper, "VALIDATION=OFF");
+  }
+  EXPECT_EQ(mode_lines, std::vector<std::string>{"MODE=QUELLOR"});
+  for (const char* name : {"validation.txt", "validation.htm"}) {
+    EXPECT_NE(tree.Read(std::string("site/SYSTEM/") + name).find("$email"), std::string::npos);
+  }
+
+  // An edited file, and one kept under another letter case, survive; a missing one returns.
+  tree.Write("site/quellor.ini", "LOG=OFF\r\n");
+  std::filesystem::rename(root + "DOMAIN.LST", root + "domain.lst");
+  tree.Remove("site/SYSTEM/validation.htm");
+  Result again = Ctl(tree, root, "init");
+  ASSERT_EQ(again.status, 0) << again.err;
+  EXPECT_EQ(tree.Read("site/quellor.ini"), "LOG=OFF\r\n");
+  EXPECT_NE(again.out.find("kept " + root + "quellor.ini\n"), std::string::npos);
+  EXPECT_NE(again.out.find("kept " + root + "domain.lst\n"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(root + "DOMAIN.LST"));
+  EXPECT_NE(again.out.find("created " + root + "SYSTEM/validation.htm\n"), std::string::npos);
+  EXPECT_EQ(again.out.find("created " + root + "IN/"), std::string::npos);
+
+  // A file where a folder belongs is reported, not replaced.
+  tree.Write("blocked/IN", "x");
+  Result blocked = Ctl(tree, tree.Path("blocked"), "init");
+  EXPECT_EQ(blocked.status, 1);
+  EXPECT_NE(blocked.err.find("IN: exists and is not a folder"), std::string::npos);
+  EXPECT_EQ(tree.Read("blocked/IN"), "x");
+}
+
+// A pair in IN/: message file first, then the envelope.
+void Drop(const TempTree& tree, const std::string& stem, const std::string& sender,
+          const std::string& recipient, const std::string& subject) {
+  tree.Write("IN/" + stem + ".EML", "From: <" + sender + ">\r\nTo: <" + recipient +
+                                        ">\r\nSubject: " + subject + "\r\n\r\nBody of " + stem +
+                                        "\r\n");
+  tree.WriteLines("IN/" + stem + ".WAI", {sender, recipient});
+}
+
+// The lines of the one activity log, without their "hh:mm:ss " time.
+std::vector<std::string> ActivityLines(const TempTree& tree) {
+  std::vector<std::string> lines;
+  for (const std::string& name : tree.List("LOG")) {
+    if (name == "system.log" || !name.ends_with(".log")) continue;
+    for (const std::string& line : tree.ReadLines("LOG/" + name)) {
+      EXPECT_TRUE(std::regex_match(line.substr(0, 9), std::regex(R"(\d\d:\d\d:\d\d )"))) << line;
+      lines.push_back(line.substr(9));
+    }
+  }
+  return lines;
+}
+
+// The state dump with its start-up time checked and taken out.
+std::string DumpAfterStartTime(const std::string& dump) {
+  std::smatch m;
+  const std::regex start(R"(^START UP TIME=\d\d [A-Z][a-z]{2} \d{4} \d\d:\d\d:\d\d\r\n)");
+  EXPECT_TRUE(std::regex_search(dump, m, start)) << dump;
+  return m.empty() ? dump : m.suffix().str();
+}
+
+TEST(CtlPass, RoutesForwardLearnWhiteListedAndHeldRecipients) {
+  TempTree tree;
+  ASSERT_EQ(Ctl(tree, tree.root(), "init").status, 0);  // the request templates
+  tree.WriteLines("quellor.ini", {"POSTMASTERS=pm@y.net", "LOG=ON"});
+  tree.WriteLines("DOMAIN.LST", {"x.org"});
+  tree.WriteLines("Users/learner@x.org.CONF", {"MODE=LEARN"});
+  tree.WriteLines("Users/prot@x.org.CONF", {"MODE=QUELLOR"});
+  tree.WriteLines("Users/prot@x.org.WLT", {"friend@y.net"});
+  Drop(tree, "20261116100000101", "friend@y.net", "prot@x.org", "Lunch");
+  Drop(tree, "20261116100000102", "unknown@z.net", "prot@x.org", "Offer");
+  Drop(tree, "20261116100000103", "unknown@z.net", "learner@x.org", "Hello");
+  Drop(tree, "20261116100000104", "colleague@x.org", "fwd@x.org", "Minutes");
+  const std::string held = tree.Read("IN/20261116100000102.EML");
+
+  Result r = Ctl(tree, tree.root(), "pass --no-pause");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(DumpAfterStartTime(r.out),
+            "FORWARD=1\r\nLEARN=1\r\nQUELLOR=2\r\nVALIDATIONS=0\r\nPURGED=0\r\n"
+            "TODAY FORWARD=1\r\nTODAY LEARN=1\r\nTODAY QUELLOR=2\r\nTODAY VALIDATIONS=0\r\n"
+            "TODAY PURGED=0\r\nDOMAIN=x.org:4\r\n"
+            "INVALID=0\r\nTODAY INVALID=0\r\nIN QUEUE=0\r\nHEADER=0\r\n"
+            "OUTDOMAIN=x.org:1\r\nPOSTMASTER=pm@y.net\r\n");
+  EXPECT_EQ(ActivityLines(tree),
+            (std::vector<std::string>{
+                "Received     - <friend@y.net> to <prot@x.org> - found in white list",
+                "Delayed - <unknown@z.net> to <prot@x.org> - wait for validation",
+                "Received     - <unknown@z.net> to <learner@x.org> - learn mode",
+                "Received     - <colleague@x.org> to <fwd@x.org> - protection off"}));
+  EXPECT_FALSE(tree.Exists("LOG/system.log")) << tree.Read("LOG/system.log");
+  EXPECT_TRUE(tree.List("IN").empty());
+
+  // One local pair per delivered recipient: two-line envelope, the message copied; the
+  // white-listed copy carries the mark header.
+  std::vector<std::vector<std::string>> envelopes;
+  for (const std::string& name : tree.List("LOCAL")) {
+    if (!name.ends_with(".WAI")) continue;
+    envelopes.push_back(tree.ReadLines("LOCAL/" + name));
+    const std::string message = tree.Read("LOCAL/" + name.substr(0, name.size() - 4) + ".EML");
+    EXPECT_NE(message.find("Body of "), std::string::npos);
+    EXPECT_EQ(message.find("Spam-Quellor: friend@y.net found in white list of prot@x.org\r\n") !=
+                  std::string::npos,
+              envelopes.back()[0] == "friend@y.net");
+  }
+  std::sort(envelopes.begin(), envelopes.end());
+  EXPECT_EQ(envelopes, (std::vector<std::vector<std::string>>{{"colleague@x.org", "fwd@x.org"},
+                                                              {"friend@y.net", "prot@x.org"},
+                                                              {"unknown@z.net", "learner@x.org"}}));
+  EXPECT_EQ(tree.List("LOCAL").size(), 6u);
+
+  // The held pair keeps its spool name; its request went out.
+  EXPECT_EQ(tree.ReadLines("WAIT/prot@x.org/20261116100000102.WAI"),
+            (std::vector<std::string>{"unknown@z.net", "prot@x.org", "Offer"}));
+  EXPECT_EQ(tree.Read("WAIT/prot@x.org/20261116100000102.EML"), held);
+  const std::vector<std::string> out = tree.List("OUT");
+  ASSERT_EQ(out.size(), 2u);
+  EXPECT_EQ(tree.ReadLines("OUT/" + out[1]),
+            (std::vector<std::string>{"prot@x.org", "unknown@z.net"}));
+  EXPECT_NE(
+      tree.Read("OUT/" + out[0]).find("Subject: Rq:Offer // Request-ID:20261116100000102\r\n"),
+      std::string::npos);
+  EXPECT_EQ(tree.ReadLines("Users/learner@x.org.LRN"), std::vector<std::string>{"unknown@z.net"});
+}
+
+TEST(CtlPass, OnePassTakesFortyAndAllEmptiesTheQueue) {
+  TempTree tree;
+  for (int i = 0; i < 45; ++i) {
+    Drop(tree, "2026111610000" + std::to_string(1000 + i), "a@y.net", "fwd@x.org", "m");
+  }
+  const std::string tail =
+      "TODAY LEARN=0\r\nTODAY QUELLOR=0\r\nTODAY VALIDATIONS=0\r\nTODAY PURGED=0\r\n"
+      "INVALID=0\r\nTODAY INVALID=0\r\nIN QUEUE=0\r\nHEADER=0\r\n";
+  Result one = Ctl(tree, tree.root(), "pass --no-pause");
+  ASSERT_EQ(one.status, 0) << one.err;
+  EXPECT_EQ(DumpAfterStartTime(one.out),
+            "FORWARD=40\r\nLEARN=0\r\nQUELLOR=0\r\nVALIDATIONS=0\r\n"
+            "PURGED=0\r\nTODAY FORWARD=40\r\n" +
+                tail);
+  EXPECT_EQ(tree.List("IN").size(), 10u);
+
+  Result all = Ctl(tree, tree.root(), "pass --all --no-pause");
+  ASSERT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(DumpAfterStartTime(all.out),
+            "FORWARD=5\r\nLEARN=0\r\nQUELLOR=0\r\nVALIDATIONS=0\r\n"
+            "PURGED=0\r\nTODAY FORWARD=5\r\n" +
+                tail);
+  EXPECT_TRUE(tree.List("IN").empty());
+  EXPECT_EQ(tree.List("LOCAL").size(), 90u);
+
+  Result missing = Ctl(tree, tree.Path("nothing-here"), "pass");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.err.find("no installation at"), std::string::npos);
+}
+
+// A one-shot server on a free loopback port that sends `reply` to its first client.
+class OneShotServer {
+ public:
+  explicit OneShotServer(std::string reply) {
+    fd_ = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    bind(fd_, reinterpret_cast<sockaddr*>(&a), len);
+    getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
+    port_ = ntohs(a.sin_port);
+    listen(fd_, 1);
+    thread_ = std::thread([this, reply = std::move(reply)] {
+      const int client = accept(fd_, nullptr, nullptr);
+      if (client >= 0) {
+        (void)!write(client, reply.data(), reply.size());
+        close(client);
+      }
+    });
+  }
+  ~OneShotServer() {
+    shutdown(fd_, SHUT_RDWR);
+    thread_.join();
+    close(fd_);
+  }
+  int port() const { return port_; }
+
+ private:
+  int fd_;
+  int port_ = 0;
+  std::thread thread_;
+};
+
+TEST(CtlStatus, PrintsTheReplyAndFailsClearlyWithoutAService) {
+  TempTree tree;
+  const std::string reply = "START UP TIME=16 Nov 2026 08:05:09\r\nFORWARD=132\r\n";
+  {
+    OneShotServer server(reply);
+    Result r = Ctl(tree, tree.root(), "status 127.0.0.1 " + std::to_string(server.port()));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, reply);
+  }
+  {
+    OneShotServer server(reply);
+    Result r =
+        Ctl(tree, tree.root(), "status", "QUELLOR_STATUS_PORT=" + std::to_string(server.port()));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, reply);
+  }
+  int closed_port;
+  { closed_port = OneShotServer("").port(); }
+  Result refused = Ctl(tree, tree.root(), "status 127.0.0.1 " + std::to_string(closed_port));
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_NE(refused.err.find("cannot connect to 127.0.0.1 port " + std::to_string(closed_port)),
+            std::string::npos)
+      << refused.err;
+  EXPECT_EQ(Ctl(tree, tree.root(), "status 127.0.0.1 99999").status, 2);
+}
+
+}  // namespace
+}  // namespace quellor
