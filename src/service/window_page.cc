@@ -142,8 +142,9 @@ http::response<http::string_body> Answer(const http::request<http::string_body>&
   res.set("X-Frame-Options", "DENY");
   res.set("Referrer-Policy", "no-referrer");
   res.keep_alive(req.keep_alive());
-  if (req.method() != http::verb::head) res.body() = std::move(body);
+  res.body() = std::move(body);
   res.prepare_payload();
+  // HEAD: the length of the page, without the page.
   if (req.method() == http::verb::head) res.body().clear();
   return res;
 }
