@@ -130,9 +130,85 @@ step_bounce() {
   show "$(activity_log)"
 }
 
+# The service itself: quellor -debug on the demo tree, with its window page, and mail dropped
+# into IN/ while it runs. The program sits beside quellorctl.
+SERVICE="$(dirname "$CTL")/quellor"
+STATUS_PORT="${QUELLOR_STATUS_PORT:-10051}"
+WINDOW_PORT="${QUELLOR_WINDOW_PORT:-10052}"
+# drop_live SENDER RECIPIENT SUBJECT BODY: as the mail server does it while the service runs:
+# the envelope first, the message file last and whole (written aside, then renamed).
+drop_live() {
+  SEQ=$((SEQ + 1))
+  local stem
+  stem="$(date +%Y%m%d%H%M%S)$SEQ"
+  printf '%s\r\n%s\r\n' "$1" "$2" >"$QUELLOR_ROOT/IN/$stem.WAI"
+  printf 'From: <%s>\r\nTo: <%s>\r\nSubject: %s\r\nDate: %s\r\nMessage-ID: <%s@demo>\r\n\r\n%s\r\n' \
+    "$1" "$2" "$3" "$(LC_ALL=C date -R)" "$stem" "$4" >"$QUELLOR_ROOT/IN/$stem.part"
+  mv "$QUELLOR_ROOT/IN/$stem.part" "$QUELLOR_ROOT/IN/$stem.EML"
+  note "IN/$stem  $1 -> $2  \"$3\""
+}
+# GET / of the window page; prints the page's title.
+page_title() {
+  exec 3<>"/dev/tcp/127.0.0.1/$WINDOW_PORT" || return 0
+  printf 'GET / HTTP/1.0\r\nHost: 127.0.0.1:%s\r\n\r\n' "$WINDOW_PORT" >&3
+  grep -o '<title>[^<]*' <&3 | sed 's/<title>/   page title: /' || true
+  exec 3<&-
+}
+
+step_service() {
+  say "The service: quellor -debug on $QUELLOR_ROOT"
+  # The window is served as a page only while DEBUG is not OFF.
+  sed -i 's/^DEBUG=.*/DEBUG=ON\r/' "$QUELLOR_ROOT/quellor.ini"
+  grep -q '^DEBUG=' "$QUELLOR_ROOT/quellor.ini" || printf 'DEBUG=ON\r\n' >>"$QUELLOR_ROOT/quellor.ini"
+  local events pid status=0
+  events="$(mktemp)"
+  "$SERVICE" -debug 2>"$events" &
+  pid=$!
+  trap 'kill "$pid" 2>/dev/null || true' EXIT
+  sleep 1
+  note "\$ quellor -debug   (pid $pid; SIGTERM or Ctrl-C stops it)"
+  note "Window page:  http://127.0.0.1:$WINDOW_PORT/"
+  note "Status port:  $STATUS_PORT   (quellorctl status)"
+  page_title
+
+  say "Mail arrives while the service runs"
+  drop_live "$STRANGER" "$PROTECTED" "Thanks" "Thanks for letting me through."
+  drop_live "$FRIEND" "$UNPROTECTED" "Hi Bob" "Long time no see."
+  drop_live "$SPAMMER" "$PROTECTED" "Last chance" "Your prize is waiting."
+  local log lines waited=0
+  log="$(activity_log)"
+  lines="$(wc -l <"$log")"
+  note "waiting for the next pass (the pass timer ticks every 10 seconds) ..."
+  while [ -n "$(ls -A "$QUELLOR_ROOT/IN")" ] && [ "$waited" -lt 30 ]; do
+    sleep 1
+    waited=$((waited + 1))
+  done
+  note "IN/ is empty after ${waited}s. New activity-log lines:"
+  tail -n +"$((lines + 1))" "$log" | tr -d '\r' | sed 's/^/   | /'
+  say "The running service's status reply"
+  "$CTL" status 127.0.0.1 "$STATUS_PORT" | tr -d '\r' | sed 's/^/   | /' || true
+
+  if [ -t 0 ] && [ -t 1 ]; then
+    say "The service keeps running: open http://127.0.0.1:$WINDOW_PORT/ and press Enter to stop it"
+    read -r _ || true
+  fi
+  # Pause and continue only write their entries: the timers go on.
+  kill -USR1 "$pid"
+  sleep 0.2
+  kill -USR2 "$pid"
+  sleep 0.2
+  kill -TERM "$pid"
+  wait "$pid" || status=$?
+  trap - EXIT
+  say "Stopped (exit status $status). Its event entries, as -debug prints them:"
+  sed 's/^/   /' "$events"
+  rm -f "$events"
+}
+
 step_setup_and_build
 step_fresh_tree
 step_first_mail
 step_reply
 step_bounce
+step_service
 say "Done. The installation tree stays in $QUELLOR_ROOT for a closer look."
