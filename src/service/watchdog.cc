@@ -14,9 +14,10 @@ namespace quellor {
 void Watchdog::KeepAlive_Timer() {
   Guard step(CarryOnSink(ctx_), "Quellor - KeepAlive");
 
-  // Only an ordinary file counts: a hidden marker leaves the watchdog on.
+  // Only an ordinary file counts: a hidden marker leaves the watchdog on. A root that cannot be
+  // searched is logged and counts as no marker.
   bool marker = false;
-  step([&] { marker = OrdinaryFileExists(ctx_.Path("nostart.txt")); });
+  step([&] { marker = FindOrdinaryFile(ctx_.Path("nostart.txt")); });
   if (marker) return;
 
   std::string state;
