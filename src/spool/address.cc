@@ -78,7 +78,7 @@ std::string ResolveAlias(Context& ctx, const std::string& address) {
   Guard guard(ctx.error_sink(), " - Alias");
   std::string path = ctx.Path(ctx.users + "/" + address + ".ALS");
   bool exists = false;
-  guard([&] { exists = OrdinaryFileExists(path); });
+  guard([&] { exists = FindOrdinaryFile(path); });  // a failed search is logged
   if (!exists) return address;
   TextFile file;
   std::string line;

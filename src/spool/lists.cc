@@ -58,7 +58,8 @@ bool buscaenlista(Context& ctx, const std::string& nombrelista, const std::strin
   Guard guard(ctx.error_sink(), "Quellor - buscaenlista");
   bool found = false;
   bool exists = false;
-  guard([&] { exists = OrdinaryFileExists(nombrelista); });
+  // A search that fails is logged and finds nothing.
+  guard([&] { exists = FindOrdinaryFile(nombrelista); });
   if (!exists) return false;
   std::string value = UCase(buscado);
   TextFile file;
@@ -87,7 +88,9 @@ void AddListEntry(Context& ctx, const std::string& lista, const std::string& nue
   std::string upper = UCase(entry);
 
   bool exists = false;
-  guard([&] { exists = OrdinaryFileExists(lista); });
+  // A list that cannot be searched is not rewritten: taken for missing, it would be replaced by
+  // the new entry alone.
+  if (!guard([&] { exists = FindOrdinaryFile(lista); })) return;
   std::string line;
   if (exists) {
     TextFile in;

@@ -197,6 +197,14 @@ TEST_F(ListsTest, AFailedRewriteLeavesTheList) {
   ASSERT_FALSE(errors.empty());
   EXPECT_EQ(errors[0],
             "16/11/2026 10:00:00 : Quellor - AddListEntry - # 52 - Bad file name or number");
+
+  // A list that cannot be searched is not taken for a missing one and replaced.
+  fs.Clear();
+  fs.FailAlways(FsOp::kStat, EIO, "DOMAIN.LST");
+  Add("m.x");
+  EXPECT_EQ(t.Read("DOMAIN.LST"), "a.x\r\nz.x\r\n");
+  EXPECT_EQ(t.ReadLines("LOG/system.log").back(),
+            "16/11/2026 10:00:00 : Quellor - AddListEntry - # 57 - Device I/O error");
 }
 
 TEST(ScanEmailsinString, TokensInTextOrder) {
