@@ -130,15 +130,17 @@ void Rebuild(FolderIndex& index, const struct timespec& stamp,
 
 // Scans `folder` into its index; 0, or the errno when the folder cannot be read.
 int Scan(const std::string& folder, FolderIndex& index) {
-  struct timespec stamp;
-  if (!ReadStamp(folder, &stamp)) return ENOTDIR;
+  struct stat st;
+  if (int r = Fs().Stat(folder, &st); r != 0) return -r;
+  if (!S_ISDIR(st.st_mode)) return ENOTDIR;
+  const struct timespec stamp = st.st_mtim;
   std::vector<std::string> names;
   if (int r = Fs().List(folder, &names); r != 0) return -r;
   Rebuild(index, stamp, names);
   return 0;
 }
 
-// A failed stat that says something else than "no such entry": the search itself failed.
+// A failed call (-errno) that says something else than "no such entry": the search failed.
 bool SearchFailed(int r) {
   return r != 0 && r != -ENOENT && r != -ENOTDIR;
 }
@@ -155,7 +157,7 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
   if (it == indexes.end() || !SameStamp(it->second.stamp, stamp)) {
     FolderIndex index;
     if (int e = Scan(folder, index); e != 0) {
-      if (err) *err = e;
+      if (err && SearchFailed(-e)) *err = e;
       return std::nullopt;
     }
     it = indexes.insert_or_assign(folder, std::move(index)).first;
@@ -181,7 +183,7 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
     if (fresh) return std::nullopt;
     if (int e = Scan(folder, index); e != 0) {
       indexes.erase(it);
-      if (err) *err = e;
+      if (err && SearchFailed(-e)) *err = e;
       return std::nullopt;
     }
     fresh = true;
