@@ -21,12 +21,18 @@ void PeriodicTimer::Arm() {
   timer_.expires_at(due_);
   timer_.async_wait([this](const boost::system::error_code& ec) {
     if (ec) return;
+    // The next tick is armed when this one ends, also when it ends by an exception.
+    struct Next {
+      PeriodicTimer* timer;
+      ~Next() {
+        // Keep the rhythm; after a handler that overran one or more ticks, one tick at once.
+        timer->due_ += timer->interval_;
+        const auto now = std::chrono::steady_clock::now();
+        if (timer->due_ < now) timer->due_ = now;
+        timer->Arm();
+      }
+    } next{this};
     tick_();
-    // Keep the rhythm; after a handler that overran one or more ticks, one tick at once.
-    due_ += interval_;
-    const auto now = std::chrono::steady_clock::now();
-    if (due_ < now) due_ = now;
-    Arm();
   });
 }
 

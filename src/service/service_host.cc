@@ -4,11 +4,14 @@
 
 #include <boost/asio/post.hpp>
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <utility>
 
 #include "platform/guard.h"
 #include "service/error_sink.h"
 #include "service/startup.h"
+#include "service/unit_files.h"
 
 namespace quellor {
 
@@ -44,8 +47,16 @@ ServiceHost::ServiceHost(boost::asio::io_context& io, Context& ctx, EventLog& ev
 
 int ServiceHost::Run() {
   Begin();
-  io_.run();
-  return 0;
+  // A handler that fails past its own error handling is reported and the loop goes on: the
+  // service ends only by its Stop event.
+  while (true) {
+    try {
+      io_.run();
+      return 0;
+    } catch (const std::exception& e) {
+      std::fprintf(stderr, "%s: %s\n", kServiceName, e.what());
+    }
+  }
 }
 
 void ServiceHost::Begin() {
@@ -72,8 +83,10 @@ void ServiceHost::Begin() {
 void ServiceHost::WaitForSignal() {
   signals_.async_wait([this](const boost::system::error_code& ec, int signal_number) {
     if (ec) return;
+    // Waiting again first keeps Stop deliverable whatever this event's handler does; Unload
+    // cancels the wait.
+    WaitForSignal();
     OnSignal(signal_number);
-    if (!unloaded_) WaitForSignal();
   });
 }
 
@@ -101,7 +114,6 @@ void ServiceHost::OnSignal(int signal_number) {
 void ServiceHost::Unload() {
   // Nothing is saved: the window's state ends with the process. The loop returns once the
   // running handler has written its closing entry.
-  unloaded_ = true;
   if (options_.service_run) sd_notify(0, "STOPPING=1");
   pass_timer_.Cancel();
   keepalive_timer_.Cancel();

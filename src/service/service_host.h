@@ -64,7 +64,6 @@ class ServiceHost {
   PeriodicTimer pass_timer_;
   PeriodicTimer keepalive_timer_;
   boost::asio::signal_set signals_;
-  bool unloaded_ = false;
 };
 
 }  // namespace quellor
