@@ -37,9 +37,9 @@ bool HasControlCharacter(std::string_view s) {
 }
 
 // One word of a unit line, quoted when it holds anything but plain path characters. Inside
-// quotes systemd reads "\" and the quote as escapes; "%" starts a specifier everywhere, and in
-// ExecStart "$" starts a variable, so both are doubled.
-std::string UnitWord(std::string_view word, bool exec) {
+// quotes systemd reads "\" and the quote as escapes, and "%" starts a specifier everywhere, so
+// it is doubled. "$" stays: ExecStart expands variables in the arguments, never in the path.
+std::string UnitWord(std::string_view word) {
   bool plain = !word.empty();
   for (char c : word) {
     const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -51,7 +51,6 @@ std::string UnitWord(std::string_view word, bool exec) {
   for (char c : word) {
     if (c == '\\' || c == '"') out += '\\';
     if (c == '%') out += '%';
-    if (c == '$' && exec) out += '$';
     out += c;
   }
   return out + "\"";
@@ -95,8 +94,8 @@ std::optional<std::string> UnitText(const std::string& root, const std::string& 
   text += "\n";
   text += "[Service]\n";
   text += "Type=notify\n";
-  text += "Environment=" + UnitWord("QUELLOR_ROOT=" + root, false) + "\n";
-  text += "ExecStart=" + UnitWord(program, true) + "\n";
+  text += "Environment=" + UnitWord("QUELLOR_ROOT=" + root) + "\n";
+  text += "ExecStart=" + UnitWord(program) + "\n";
   text += "\n";
   text += "[Install]\n";
   text += "WantedBy=multi-user.target\n";

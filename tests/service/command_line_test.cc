@@ -40,7 +40,7 @@ TEST(UnitFilesTest, UnusualPathsAreQuotedOrRefused) {
   } cases[] = {
       {"/srv/my mail/100%\"\\/", "/opt/$q b/quellor",
        "Environment=\"QUELLOR_ROOT=/srv/my mail/100%%\\\"\\\\/\"\n",
-       "ExecStart=\"/opt/$$q b/quellor\"\n"},
+       "ExecStart=\"/opt/$q b/quellor\"\n"},
       {"/srv/q/\nExecStartPre=/bin/evil/", "/usr/bin/quellor", nullptr, nullptr},
       {"/srv/q/", "quellor", nullptr, nullptr},
   };
