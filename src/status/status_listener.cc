@@ -137,9 +137,11 @@ struct StatusListener::Impl : std::enable_shared_from_this<StatusListener::Impl>
       boost::system::error_code ec;
       acceptor.close(ec);
     });
-    step([&] {
-      if (accept_error) RaiseSocketError(accept_error);
-    });
+    if (accept_error) {
+      // No connection to answer (out of descriptors, or aborted by the peer): listen again.
+      step([&] { RaiseSocketError(accept_error); });
+      return ResumeListening();
+    }
     std::string peer;
     step([&] {
       boost::system::error_code ec;
@@ -183,6 +185,10 @@ struct StatusListener::Impl : std::enable_shared_from_this<StatusListener::Impl>
         if (send_error) RaiseSocketError(send_error);
       });
     }
+    ResumeListening();
+  }
+
+  void ResumeListening() {
     Guard step(CarryOnSink(ctx), kSendCompleteLabel);
     step([&] {
       boost::system::error_code ec;
