@@ -5,8 +5,10 @@
 #include <boost/asio/io_context.hpp>
 #include <csignal>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "service/periodic_timer.h"
 #include "service/recording_event_log.h"
 #include "support/temp_tree.h"
 
@@ -56,6 +58,23 @@ TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
                                              {0, 0, "pass 3"},
                                              kClosing}));
   EXPECT_EQ(tree.ctx.window.starttime, "16 Nov 2026 10:00:00");
+}
+
+// Ticks that fall due during a long handler are not queued up: one follows at once, and the
+// next keeps the interval again.
+TEST(PeriodicTimerTest, AnOverrunningTickIsFollowedByOneTickOnly) {
+  using namespace std::chrono;
+  boost::asio::io_context io;
+  std::vector<steady_clock::time_point> ticks;
+  PeriodicTimer timer(io, milliseconds(20), [&] {
+    ticks.push_back(steady_clock::now());
+    if (ticks.size() == 1) std::this_thread::sleep_for(milliseconds(100));  // five ticks' worth
+    if (ticks.size() == 3) io.stop();
+  });
+  timer.Start();
+  io.run();
+  ASSERT_EQ(ticks.size(), 3u);
+  EXPECT_GE(ticks[2] - ticks[1], milliseconds(15));
 }
 
 }  // namespace
