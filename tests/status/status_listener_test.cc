@@ -6,7 +6,6 @@
 #include <boost/asio/read.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
@@ -225,23 +224,6 @@ TEST_F(StatusListenerTest, PortHeldByAnotherProgramIsRetriedUntilFree) {
   holder.reset();
   ASSERT_TRUE(WaitListening(2s));
   EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
-}
-
-TEST(StatusPort, EnvironmentOverridesTheDefaultOnlyWithAPort) {
-  const struct {
-    const char* value;
-    uint16_t port;
-  } cases[] = {{nullptr, 10051}, {"", 10051},    {"20000", 20000}, {"0", 10051},
-               {"65536", 10051}, {"12x", 10051}, {"-5", 10051}};
-  for (const auto& c : cases) {
-    if (c.value) {
-      setenv("QUELLOR_STATUS_PORT", c.value, 1);
-    } else {
-      unsetenv("QUELLOR_STATUS_PORT");
-    }
-    EXPECT_EQ(StatusPortFromEnvironment(), c.port) << (c.value ? c.value : "(unset)");
-  }
-  unsetenv("QUELLOR_STATUS_PORT");
 }
 
 }  // namespace
