@@ -1,0 +1,243 @@
+// The challenge-response cycle through the real `quellorctl pass` on an installation made by
+// `quellorctl init`: an unknown sender is held and challenged, a reply carrying the request's
+// subject releases and white-lists, the sender's next message goes straight through; a
+// postmaster's bounce quoting the request purges the held pair.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "support/temp_tree.h"
+
+namespace quellor {
+namespace {
+
+using testing::TempTree;
+
+const std::string kUser = "u@local.example";
+const std::string kPostmaster = "postmaster@remote.example";
+
+class CycleTest : public ::testing::Test {
+ protected:
+  CycleTest() {
+    EXPECT_EQ(Ctl("init '" + tree.Path("site/") + "'", nullptr), 0);
+    // Later lines win: the postmaster, and DEBUG "ON" for the event and purged lists.
+    const std::string ini = tree.Read("site/quellor.ini");
+    tree.Write("site/quellor.ini", ini + "POSTMASTERS=" + kPostmaster + "\r\nDEBUG=ON\r\n");
+    tree.Write("site/Users/" + kUser + ".CONF", "MODE=QUELLOR\r\n");
+  }
+
+  // Runs quellorctl on the installation; its standard output goes to `out`.
+  int Ctl(const std::string& args, std::string* out) {
+    const std::string command = "env QUELLOR_ROOT='" + tree.Path("site/") + "' '" +
+                                QUELLOR_BINARY_DIR + "/quellorctl' " + args + " 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return -1;
+    std::string text;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) text.append(buffer, n);
+    const int status = pclose(pipe);
+    if (out) *out = text;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  // One `quellorctl pass --all --no-pause`; its window state.
+  std::string Pass() {
+    std::string out;
+    EXPECT_EQ(Ctl("pass --all --no-pause", &out), 0) << out;
+    EXPECT_TRUE(Names("IN").empty());
+    return out;
+  }
+
+  // The host server drops a pair into IN/: the message first, then its envelope.
+  void Arrive(const std::string& stem, const std::string& envelope, const std::string& message) {
+    tree.Write("site/IN/" + stem + ".EML", message);
+    tree.Write("site/IN/" + stem + ".WAI", envelope);
+  }
+
+  std::vector<std::string> Names(const std::string& folder, const std::string& ext = "") {
+    std::vector<std::string> out;
+    for (const std::string& name : tree.List("site/" + folder)) {
+      if (name.size() >= ext.size() && name.compare(name.size() - ext.size(), ext.size(), ext) == 0)
+        out.push_back(name);
+    }
+    return out;
+  }
+
+  // Holds a message from `sender` and returns the subject of the request it sent, as read from
+  // OUT/*.EML, after checking the held pair and the request's envelope.
+  std::string HoldAndChallenge(const std::string& stem, const std::string& sender,
+                               const std::string& subject) {
+    const std::string message =
+        "From: " + sender + "\r\nTo: " + kUser + "\r\nSubject: " + subject + "\r\n\r\nHi.\r\n";
+    const auto requests_before = Names("OUT", ".EML");
+    Arrive(stem, sender + "\r\n" + kUser + "\r\n", message);
+    const std::string out = Pass();
+    EXPECT_NE(out.find("TODAY QUELLOR=1\r\n"), std::string::npos) << out;
+
+    const std::string held = "site/WAIT/" + kUser + "/" + stem;
+    EXPECT_EQ(tree.Read(held + ".WAI"), sender + "\r\n" + kUser + "\r\n" + subject + "\r\n");
+    EXPECT_EQ(tree.Read(held + ".EML"), message);
+
+    auto requests = Names("OUT", ".EML");
+    std::erase_if(requests, [&](const std::string& name) {
+      return std::find(requests_before.begin(), requests_before.end(), name) !=
+             requests_before.end();
+    });
+    EXPECT_TRUE(Names("OUT", ".TMP").empty());
+    if (requests.size() != 1) {
+      ADD_FAILURE() << requests.size() << " new requests in OUT/";
+      return "";
+    }
+    const std::string request_stem = requests[0].substr(0, requests[0].size() - 4);
+    EXPECT_EQ(tree.Read("site/OUT/" + request_stem + ".WAI"), kUser + "\r\n" + sender + "\r\n");
+    std::smatch m;
+    const std::string request = tree.Read("site/OUT/" + requests[0]);
+    if (!std::regex_search(request, m, std::regex("\r\nSubject: ([^\r\n]*)\r\n"))) {
+      ADD_FAILURE() << request;
+      return "";
+    }
+    EXPECT_EQ(m[1].str(), "Rq:" + subject + " // Request-ID:" + stem);
+    return m[1].str();
+  }
+
+  // The lines of the day logs in LOG/ (or LOG/quellor/ with ".iwr") after their time of day,
+  // which must be "hh:mm:ss" followed by `gap`.
+  std::vector<std::string> LogLines(const std::string& folder, const std::string& ext,
+                                    const std::string& gap) {
+    std::vector<std::filesystem::path> days;
+    for (const auto& entry : std::filesystem::directory_iterator(tree.Path("site/" + folder))) {
+      const std::string name = entry.path().filename().string();
+      if (std::regex_match(name, std::regex("\\d\\d-\\d\\d-\\d{4}\\" + ext))) {
+        days.push_back(entry.path());
+      }
+    }
+    // A run across midnight writes two day files: oldest first.
+    std::sort(days.begin(), days.end(), [](const auto& a, const auto& b) {
+      return std::filesystem::last_write_time(a) < std::filesystem::last_write_time(b);
+    });
+    std::vector<std::string> lines;
+    const std::regex line("(\\d\\d:\\d\\d:\\d\\d)" + gap + "([^\r\n]*)\r\n");
+    for (const auto& day : days) {
+      const std::string text = tree.Read("site/" + folder + "/" + day.filename().string());
+      size_t consumed = 0;
+      for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
+        EXPECT_EQ(static_cast<size_t>(it->position()), consumed) << text;
+        consumed = it->position() + it->length();
+        lines.push_back((*it)[2].str());
+      }
+      EXPECT_EQ(consumed, text.size()) << text;
+    }
+    return lines;
+  }
+
+  TempTree tree;
+};
+
+TEST_F(CycleTest, AReplyReleasesAndWhiteListsAndTheNextMessageGoesThrough) {
+  const std::string stem = "20261116090000001";
+  const std::string request_subject = HoldAndChallenge(stem, "a@remote.example", "Hello there");
+  ASSERT_FALSE(request_subject.empty());
+  const std::string held_envelope = tree.Read("site/WAIT/" + kUser + "/" + stem + ".WAI");
+
+  // The unknown sender replies to the request; the reply also names a second local user, who
+  // gets nothing: a consumed reply is never delivered.
+  Arrive("20261116100000002", "a@remote.example\r\n" + kUser + "\r\nv@local.example\r\n",
+         "From: a@remote.example\r\nTo: " + kUser + "\r\nSubject: Re: " + request_subject +
+             "\r\n\r\nYes, it was me.\r\n\r\n> Subject: " + request_subject + "\r\n");
+  std::string out = Pass();
+  EXPECT_NE(out.find("\r\nVALIDATIONS=1\r\nPURGED=0\r\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("\r\nINVALID=0\r\n"), std::string::npos) << out;
+  EXPECT_TRUE(std::regex_search(
+      out, std::regex("\r\nEVENT=\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d Valid: a@remote.example "
+                      "-> u@local.example\r\n")))
+      << out;
+
+  // Released under a fresh name with the held envelope and the marked message.
+  auto local = Names("LOCAL", ".WAI");
+  ASSERT_EQ(local.size(), 1u);
+  const std::string released = local[0].substr(0, local[0].size() - 4);
+  EXPECT_NE(released, stem);
+  EXPECT_EQ(Names("LOCAL").size(), 2u);
+  EXPECT_EQ(tree.Read("site/LOCAL/" + released + ".WAI"), held_envelope);
+  EXPECT_EQ(tree.Read("site/LOCAL/" + released + ".EML"),
+            "From: a@remote.example\r\nTo: u@local.example\r\n"
+            "Subject: (New in white list) Hello there\r\n"
+            "Spam-Quellor: a@remote.example found in white list of u@local.example\r\n"
+            "\r\nHi.\r\n");
+  EXPECT_TRUE(Names("WAIT/" + kUser, ".WAI").empty());
+  EXPECT_TRUE(Names("WAIT/" + kUser, ".EML").empty());
+  EXPECT_EQ(tree.Read("site/Users/" + kUser + ".WLT"), "a@remote.example\r\n");
+  EXPECT_EQ(Names("OUT", ".EML").size(), 1u);
+  tree.Remove("site/LOCAL/" + released + ".WAI");
+  tree.Remove("site/LOCAL/" + released + ".EML");
+
+  // The sender's next message is delivered at once, marked.
+  Arrive("20261116110000003", "a@remote.example\r\n" + kUser + "\r\n",
+         "From: a@remote.example\r\nSubject: Again\r\n\r\nMore.\r\n");
+  out = Pass();
+  local = Names("LOCAL", ".WAI");
+  ASSERT_EQ(local.size(), 1u);
+  const std::string delivered = local[0].substr(0, local[0].size() - 4);
+  EXPECT_EQ(tree.Read("site/LOCAL/" + delivered + ".WAI"), "a@remote.example\r\n" + kUser + "\r\n");
+  EXPECT_EQ(tree.Read("site/LOCAL/" + delivered + ".EML"),
+            "From: a@remote.example\r\nSubject: Again\r\n"
+            "Spam-Quellor: a@remote.example found in white list of u@local.example\r\n"
+            "\r\nMore.\r\n");
+  EXPECT_EQ(tree.Read("site/Users/" + kUser + ".WLT"), "a@remote.example\r\n");
+  EXPECT_EQ(Names("OUT", ".EML").size(), 1u);
+
+  EXPECT_EQ(LogLines("LOG", ".log", " "),
+            (std::vector<std::string>{
+                "Delayed - <a@remote.example> to <u@local.example> - wait for validation",
+                "Received     - <a@remote.example> to <u@local.example> - validation received",
+                "Received     - <a@remote.example> to <u@local.example> - found in white list"}));
+  EXPECT_EQ(LogLines("LOG/quellor", ".iwr", "  "),
+            std::vector<std::string>{"Validation: a@remote.example to u@local.example"});
+  EXPECT_EQ(tree.Read("site/LOG/system.log"), "");
+}
+
+TEST_F(CycleTest, APostmastersBounceQuotingTheRequestPurgesTheHeldPair) {
+  const std::string stem = "20261116110000004";
+  const std::string request_subject = HoldAndChallenge(stem, "b@forged.example", "Buy now");
+  ASSERT_FALSE(request_subject.empty());
+
+  // Without a subject of its own the bounce is searched whole, down to the quoted request. The
+  // second bounce of the same request finds nothing left to delete and is counted all the same.
+  const std::string bounce = "From: " + kPostmaster + "\r\nTo: " + kUser +
+                             "\r\n\r\nThis is the mail system.\r\n\r\n--- original message ---\r\n"
+                             "From: u@local.example\r\nTo: b@forged.example\r\nSubject: " +
+                             request_subject + "\r\n\r\nPlease reply.\r\n";
+  Arrive("20261116120000005", kPostmaster + "\r\n" + kUser + "\r\n", bounce);
+  Arrive("20261116120000006", kPostmaster + "\r\n" + kUser + "\r\n", bounce);
+  const std::string out = Pass();
+
+  EXPECT_NE(out.find("\r\nPURGED=2\r\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("\r\nTODAY PURGED=2\r\n"), std::string::npos) << out;
+  for (const char* bounce_stem : {"20261116120000005", "20261116120000006"}) {
+    EXPECT_NE(out.find("\r\nPURGEDLIST=Ret." + std::string(bounce_stem) +
+                       ".EML - Orig.u@local.example/" + stem + "\r\n"),
+              std::string::npos)
+        << out;
+  }
+  EXPECT_TRUE(Names("WAIT/" + kUser, ".WAI").empty());
+  EXPECT_TRUE(Names("WAIT/" + kUser, ".EML").empty());
+  EXPECT_TRUE(Names("LOCAL").empty());
+  EXPECT_EQ(Names("OUT", ".EML").size(), 1u);  // a bounce is never challenged
+  const std::string deleted =
+      "Deleted - <postmaster@remote.example> to <u@local.example> - sender bounces validation";
+  EXPECT_EQ(LogLines("LOG", ".log", " "),
+            (std::vector<std::string>{
+                "Delayed - <b@forged.example> to <u@local.example> - wait for validation", deleted,
+                deleted}));
+  EXPECT_EQ(tree.Read("site/LOG/system.log"), "");
+}
+
+}  // namespace
+}  // namespace quellor
