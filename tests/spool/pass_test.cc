@@ -91,6 +91,8 @@ const RouteCase kRoutes[] = {
      false, "Learn", false},
     {"Protected", "MODE=QUELLOR", false, "Delayed - <a@x.org> to <u@y.org> - wait for validation",
      0, true, "Ignore", false},
+    {"ProtectedSilent", "MODE=QUELLOR\r\nvalidation=off  ", false,
+     "Delayed - <a@x.org> to <u@y.org> - wait for validation", 0, true, "Ignore", false},
     {"ProtectedListed", "X=1\r\nMODE=QUELLOR\r\nMODE=LEARN", true,
      "Received     - <a@x.org> to <u@y.org> - found in white list", 1, false, "Ignore", false},
 };
@@ -135,7 +137,8 @@ TEST_P(RouteTest, RoutesByModeAndWhiteList) {
   }
   EXPECT_EQ(tree.Exists("WAIT/u@y.org/20261116095900123.WAI"), c.held);
   EXPECT_EQ(tree.Exists("WAIT/u@y.org/20261116095900123.EML"), c.held);
-  EXPECT_EQ(Files("OUT", ".EML").size(), c.held ? 1u : 0u);
+  const bool silent = c.conf && std::string(c.conf).find("validation=off") != std::string::npos;
+  EXPECT_EQ(Files("OUT", ".EML").size(), c.held && !silent ? 1u : 0u);
   EXPECT_EQ(tree.Read("Users/u@y.org.LRN"), c.learned ? "a@x.org\r\n" : "");
   // Provisioning is off: an unconfigured user stays unconfigured.
   EXPECT_EQ(tree.Exists("Users/u@y.org.CONF"), c.conf != nullptr);
@@ -294,6 +297,23 @@ TEST_F(PassTest, AfterAReplyThePassHoldsNothingMoreButStillSendsRequests) {
   Queue("20261116090000003", "b@x.org", {"u@y.org"});
   RunPass();
   EXPECT_TRUE(tree.Exists("WAIT/u@y.org/20261116090000003.EML"));
+}
+
+TEST_F(PassTest, ABounceFromAPostmasterPurgesTheHeldPairAndIsConsumed) {
+  tree.Write("Users/u@y.org.CONF", "MODE=QUELLOR\r\n");
+  tree.ctx.window.List1.Add(" postmaster@x.org ");
+  Hold("u@y.org", "2026111609000000", "a@x.org", "u@y.org", "Hi");
+  Queue("20261116090000001", "postmaster@x.org", {"u@y.org", "v@y.org"},
+        "Undeliverable: Rq:Hi // Request-ID:2026111609000000");
+  RunPass();
+
+  EXPECT_TRUE(Files("WAIT/u@y.org", ".EML").empty());
+  EXPECT_TRUE(tree.List("LOCAL").empty());
+  EXPECT_TRUE(tree.List("OUT").empty());
+  EXPECT_TRUE(tree.List("IN").empty());
+  EXPECT_EQ(ActivityLog(),
+            "10:00:00 Deleted - <postmaster@x.org> to <u@y.org> - sender bounces validation\r\n");
+  EXPECT_EQ(tree.ctx.window.purged.text(), "1");
 }
 
 }  // namespace
