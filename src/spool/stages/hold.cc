@@ -90,8 +90,9 @@ void Hold(PassRun& p, bool validation_off) {
   // A mailbox name that could leave WAIT/ has no waiting area.
   const bool safe = SafeName(s.user);
   const std::string folder = ctx.Path("WAIT/" + s.user + "/");
-  // Kept from the original design: once a reply was seen in this pass, later held messages are
-  // not written into the waiting area, yet their senders are still asked for a validation.
+  // Kept as the pass has always behaved: after a reply in this pass, later held messages are not
+  // written into the waiting area (they go with their input pair), yet their senders still get
+  // a validation request.
   if (!s.reply && safe) WriteHeld(p, folder);
 
   p.Mark(2506);

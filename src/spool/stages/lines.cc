@@ -6,8 +6,9 @@
 namespace quellor {
 
 std::string OneLine(std::string value) {
-  // Deliberate departure from the original program: CR and LF inside a value written as one
-  // line become blanks, so no subject can add a header line and no address an envelope line.
+  // On purpose unlike every other text, which is written as it stands: CR and LF inside a value
+  // written as one line become blanks, so no subject can add a header line and no address an
+  // envelope line.
   for (char& c : value) {
     if (c == '\r' || c == '\n') c = ' ';
   }
