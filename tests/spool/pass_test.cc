@@ -279,6 +279,21 @@ TEST_F(PassTest, MailboxNamesThatCouldLeaveTheirFolderAreNeverUsedAsPaths) {
   EXPECT_EQ(Errors(), "");
 }
 
+TEST_F(PassTest, AForeignIdentifierNamesTheHeldSenderTheThrottleReadLast) {
+  tree.Write("Users/u@y.org.CONF", "MODE=QUELLOR\r\n");
+  // Held for v@y.org's mailbox but addressed to another recipient: a foreign identifier.
+  Hold("v@y.org", "20261115090000009", "h@q.org", "w@y.org", "Old");
+  Queue("20261116090000001", "a@x.org", {"u@y.org"});
+  Queue("20261116090000002", "r@z.org", {"v@y.org"}, "Re: Request-ID:20261115090000009");
+  RunPass();
+  EXPECT_EQ(tree.ctx.window.invalid.text(), "1");
+  // The throttle read a@x.org's held envelope last; the named envelope's sender is not used.
+  EXPECT_EQ(CountLines(RetryLog(),
+                       "$$Invalid Val - Wait id:20261115090000009|Val from: r@z.org-Wait from: "
+                       "a@x.org\r\n"),
+            1);
+}
+
 TEST_F(PassTest, AfterAReplyThePassHoldsNothingMoreButStillSendsRequests) {
   tree.Write("Users/u@y.org.CONF", "MODE=QUELLOR\r\n");
   // A reply naming no held message, then an ordinary message, both from unknown senders.

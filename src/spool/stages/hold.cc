@@ -65,6 +65,8 @@ int16_t TodaysHeld(PassRun& p, const std::string& folder) {
       if (ShortDate(ctx.clock.ToLocal(FileModified(path))) != ShortDate(now)) return;
       TextFile file = OpenFile(ctx, path, "INPUT", 3);
       const std::string sender = file.ReadLine();
+      // The throttle's read is also the held sender that invalid-validation warnings name.
+      s.last_held_sender = sender;
       const std::string recipient = file.ReadLine();
       file.Close();
       if (UCase(sender) == UCase(s.sender) && UCase(recipient) == UCase(s.recipient)) ++count;
