@@ -150,14 +150,14 @@ constexpr std::string_view kNewUser[] = {
     "MODE=QUELLOR",
 };
 
-struct TextFileSpec {
+struct StarterFile {
   const char* name;
   const std::string_view* lines;
   size_t count;
 };
 
 template <size_t N>
-TextFileSpec Spec(const char* name, const std::string_view (&lines)[N]) {
+StarterFile Starter(const char* name, const std::string_view (&lines)[N]) {
   return {name, lines, N};
 }
 
@@ -199,15 +199,15 @@ class Installer {
   }
 
   // Writes the lines with CR LF ends; a file that exists under any letter case is kept.
-  void File(const TextFileSpec& spec) {
-    const std::string path = root_ + spec.name;
+  void File(const StarterFile& file) {
+    const std::string path = root_ + file.name;
     if (const auto existing = ResolveExisting(path)) {
       Say("kept", *existing);
       return;
     }
     std::string bytes;
-    for (size_t i = 0; i < spec.count; ++i) {
-      bytes += spec.lines[i];
+    for (size_t i = 0; i < file.count; ++i) {
+      bytes += file.lines[i];
       bytes += "\r\n";
     }
     const std::string actual = ResolveForCreate(path);
@@ -265,13 +265,14 @@ int RunInit(const std::vector<std::string>& args) {
   install.Root();
   if (install.failures() == 0) {
     for (const char* folder : kFolders) install.Folder(folder);
-    for (const TextFileSpec& spec :
-         {Spec("quellor.ini", kIni), TextFileSpec{"DOMAIN.LST", nullptr, 0},
-          Spec("SYSTEM/validation.txt", kValidationTxt),
-          Spec("SYSTEM/validation.htm", kValidationHtm),
-          Spec("SYSTEM/validation_foot.txt", kFootTxt),
-          Spec("SYSTEM/validation_foot.htm", kFootHtm), Spec("SYSTEM/NEW_USER.CONF", kNewUser)}) {
-      install.File(spec);
+    for (const StarterFile& file :
+         {Starter("quellor.ini", kIni), StarterFile{"DOMAIN.LST", nullptr, 0},
+          Starter("SYSTEM/validation.txt", kValidationTxt),
+          Starter("SYSTEM/validation.htm", kValidationHtm),
+          Starter("SYSTEM/validation_foot.txt", kFootTxt),
+          Starter("SYSTEM/validation_foot.htm", kFootHtm),
+          Starter("SYSTEM/NEW_USER.CONF", kNewUser)}) {
+      install.File(file);
     }
   }
   if (install.failures() > 0) return 1;
