@@ -163,16 +163,6 @@ TEST_F(ComposerTest, MissingTemplatesStillCompleteTheRequest) {
   EXPECT_NE(errors.find("errseek =29"), std::string::npos) << errors;
 }
 
-TEST_F(ComposerTest, MissingFootersLeaveThePerUserText) {
-  t.WriteLines("bob@example.org.msg", {"hi"});
-  const std::string stem = Compose();
-  EXPECT_EQ(Message(stem), Join({Head("Subject: Rq:Hello // Request-ID:20261116095500412"),
-                                 {"hi"},
-                                 HtmlHead(),
-                                 {"hi<br>"},
-                                 Tail()}));
-}
-
 // A mailbox name that could leave the root never selects a per-user text.
 TEST_F(ComposerTest, UnsafeMailboxNamesHaveNoPerUserText) {
   t.WriteLines("SYSTEM/validation.txt", {"default"});
