@@ -53,26 +53,24 @@ TEST_F(StatsTest, EachPassTextCountsInItsPairOfFields) {
   EXPECT_FALSE(t.Exists("LOG/system.log"));
 }
 
-TEST_F(StatsTest, ExistingCountsGoOnAndKeepTheirDate) {
-  Write("WAIT/u@y/stats.log", "01/02/2003|5|1|0|2|5|1|0|2\r\n");
-  Statuslog(t.ctx, "Sent     - <a@x> to <u@y> - learn mode", 2, ".log");
-  Statuslog(t.ctx, "Queued - <a@x> to <u@y> - wait for validation", 2, ".log");
-  EXPECT_EQ(t.Read("WAIT/u@y/stats.log"), "01/02/2003|6|1|0|3|6|1|0|3\r\n");
-}
-
-TEST_F(StatsTest, FieldsAreReadFromTheirLeadingNumbers) {
-  // The two halves are counted apart from what the file says: only the matching field moves.
-  Write("WAIT/u@y/stats.log", "any date| 7|x|2.5|3 apples|1|2|3|4\r\n");
-  Statuslog(t.ctx, "Deleted - <a@x> to <u@y>", 2, ".log");
-  EXPECT_EQ(t.Read("WAIT/u@y/stats.log"), "any date|7|1|2|3|1|3|3|4\r\n");
-}
-
-TEST_F(StatsTest, AWrongNumberOfFieldsIsOverwrittenWithFreshCounts) {
-  for (const char* content : {"1|2|3|4|5|6|7|8\r\n", "1|2|3|4|5|6|7|8|9|10\r\n"}) {
-    SCOPED_TRACE(content);
-    Write("WAIT/u@y/stats.log", content);
-    Statuslog(t.ctx, "Sent     - <a@x> to <u@y> - learn mode", 2, ".log");
-    EXPECT_EQ(t.Read("WAIT/u@y/stats.log"), "16/11/2026|1|0|0|0|1|0|0|0\r\n");
+TEST_F(StatsTest, ExistingCountsGoOnFromTheirLeadingNumbers) {
+  struct Case {
+    const char* before;
+    const char* text;
+    const char* after;
+  } cases[] = {
+      {"01/02/2003|5|1|0|2|5|1|0|2\r\n", "Queued - <a@x> to <u@y>", "01/02/2003|5|1|0|3|5|1|0|3"},
+      // The two halves are counted apart from what the file says: only the matching field moves.
+      {"any date| 7|x|2.5|3 apples|1|2|3|4\r\n", "Deleted - <a@x> to <u@y>",
+       "any date|7|1|2|3|1|3|3|4"},
+      // A wrong number of fields is overwritten with fresh counts.
+      {"1|2|3|4|5|6|7|8\r\n", "Sent - <a@x> to <u@y>", "16/11/2026|1|0|0|0|1|0|0|0"},
+      {"1|2|3|4|5|6|7|8|9|10\r\n", "Sent - <a@x> to <u@y>", "16/11/2026|1|0|0|0|1|0|0|0"},
+  };
+  for (const Case& c : cases) {
+    Write("WAIT/u@y/stats.log", c.before);
+    Statuslog(t.ctx, c.text, 2, ".log");
+    EXPECT_EQ(t.Read("WAIT/u@y/stats.log"), std::string(c.after) + "\r\n") << c.before;
   }
 }
 
