@@ -349,6 +349,17 @@ bool NameLess(std::string_view a, std::string_view b) {
   return a.size() < b.size();
 }
 
+namespace {
+// A-Z lowered, every other byte as it is: the folding of "sorted by name".
+std::string AsciiFolded(std::string_view name) {
+  std::string out(name);
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+  return out;
+}
+}  // namespace
+
 std::vector<std::string> ListFiles(const std::string& folder, std::string_view pattern) {
   std::vector<std::string> result;
   auto actual = ResolveExisting(folder);
@@ -358,12 +369,20 @@ std::vector<std::string> ListFiles(const std::string& folder, std::string_view p
   std::vector<std::string> names;
   std::vector<unsigned char> types;
   if (Fs().List(*actual, &names, &types) != 0) return result;
-  // The scan refreshes the folder's index when it is behind.
+  // The scan refreshes the folder's index when it is behind. A folder that lookups never
+  // needed an index for (the input queue, whose names are asked for in their own case) gets
+  // none: its first lookup that needs one scans for itself.
   if (stamped) {
     std::lock_guard lock(IndexMutex());
-    FolderIndex& index = Indexes()[*actual];
-    if (index.racy || !SameStamp(index.stamp, stamp)) Rebuild(index, stamp, names);
+    auto it = Indexes().find(*actual);
+    if (it != Indexes().end()) {
+      FolderIndex& index = it->second;
+      if (index.racy || !SameStamp(index.stamp, stamp)) Rebuild(index, stamp, names);
+    }
   }
+  // (folded name, name): compared as bytes, the folded part gives the order of NameLess.
+  std::vector<std::pair<std::string, std::string>> keyed;
+  keyed.reserve(names.size());
   for (size_t i = 0; i < names.size(); ++i) {
     const std::string& n = names[i];
     if (IsHiddenName(n) || !MatchesPattern(n, pattern)) continue;
@@ -372,12 +391,13 @@ std::vector<std::string> ListFiles(const std::string& folder, std::string_view p
       struct stat st;
       regular = Fs().Stat(Join(*actual, n), &st) == 0 && S_ISREG(st.st_mode);
     }
-    if (regular) result.push_back(n);
+    if (regular) keyed.emplace_back(AsciiFolded(n), std::move(names[i]));
   }
-  // Names equal but for case keep one order whatever the scan gave.
-  std::sort(result.begin(), result.end(), [](const std::string& a, const std::string& b) {
-    return NameLess(a, b) || (!NameLess(b, a) && a < b);
-  });
+  // The order of NameLess on keys folded once instead of at every comparison; names equal but
+  // for case keep one order (their bytes) whatever the scan gave.
+  std::sort(keyed.begin(), keyed.end());
+  result.reserve(keyed.size());
+  for (auto& entry : keyed) result.push_back(std::move(entry.second));
   return result;
 }
 

@@ -176,6 +176,17 @@ TEST(Patterns, NameOrderFoldsAsciiCaseOnly) {
   for (const auto& c : cases) EXPECT_EQ(NameLess(c.a, c.b), c.less) << c.a << " < " << c.b;
 }
 
+// The listing's order is NameLess's, and names equal but for case come lowest bytes first.
+TEST(Patterns, ListingOrderIsNameOrder) {
+  TempTree t;
+  const std::vector<std::string> sorted = {"1.eml",         "a.EML",        "a_x.eml", "aB.eml",
+                                           "AbC.eml",       "abc.EML",      "abc.eml", "z.eml",
+                                           "\xC9t\xE9.eml", "\xE9t\xE9.EML"};
+  for (auto it = sorted.rbegin(); it != sorted.rend(); ++it) t.Write("IN/" + *it, "x");
+  t.Write("IN/.hidden.eml", "x");
+  EXPECT_EQ(ListFiles(t.Path("IN"), "*.EML"), sorted);
+}
+
 TEST(MissingPaths, GiveTheClassicNumbers) {
   TempTree t;
   struct Case {
