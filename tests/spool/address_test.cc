@@ -26,12 +26,7 @@ TEST(IsAddressChar, PrintableAsciiWithoutTheSeparators) {
     }
   }
   EXPECT_EQ(accepted, expected);
-  EXPECT_EQ(accepted.size(), 94u - 14u);
-  EXPECT_TRUE(IsAddressChar(std::string_view("@")));
-  EXPECT_TRUE(IsAddressChar(std::string_view("'")));
   EXPECT_FALSE(IsAddressChar(std::string_view("")));
-  EXPECT_FALSE(IsAddressChar(std::string_view(" ")));
-  EXPECT_FALSE(IsAddressChar(std::string_view("\xE9")));
 }
 
 TEST(ExtractAddress, LongestRunAroundTheFirstMark) {
@@ -55,14 +50,6 @@ TEST(ExtractAddress, LongestRunAroundTheFirstMark) {
   for (const Case& c : cases) {
     EXPECT_EQ(ExtractAddress(c.text, c.mark), c.want) << c.text;
   }
-}
-
-TEST(DomainOf, TextAfterTheFirstAt) {
-  EXPECT_EQ(DomainOf("u@Example.ORG"), "Example.ORG");
-  EXPECT_EQ(DomainOf("u@a@b"), "a@b");
-  EXPECT_EQ(DomainOf("example.org"), "example.org");
-  EXPECT_EQ(DomainOf("u@"), "");
-  EXPECT_EQ(DomainOf(""), "");
 }
 
 TEST(ReplaceNoCase, EveryOccurrenceWithoutRegardToCase) {
@@ -134,11 +121,6 @@ TEST_F(ResolveAliasTest, WithoutAliasFileTheAddressStays) {
   }
   EXPECT_EQ(t.sleeper.count(), 0);
   EXPECT_FALSE(t.Exists("LOG/system.log"));
-}
-
-TEST_F(ResolveAliasTest, AliasFileFoundWhateverTheCase) {
-  Write("Users/alias@x.org.als", "real@x.org\r\n");
-  EXPECT_EQ(ResolveAlias(t.ctx, "Alias@X.org"), "real@x.org");
 }
 
 TEST_F(ResolveAliasTest, EmptyAliasFileIsLoggedAndGivesTheEmptyName) {
