@@ -102,19 +102,6 @@ TEST_F(ListsTest, LookupEdgeFiles) {
   EXPECT_TRUE(Find("DOMAIN.LST", "d.x"));
 }
 
-TEST_F(ListsTest, LookupStopsAtTheFirstMatch) {
-  // The second line cannot be read; the lookup never gets there.
-  std::string big = "first@x\r\n" + std::string(4 << 20, 'y') + "\r\n";
-  Write("big.LST", big);
-  FaultyFileSystem fs;
-  ScopedFileSystem scope(&fs);
-  EXPECT_TRUE(Find("big.LST", "first@x"));
-  int reads = fs.calls(FsOp::kRead);
-  EXPECT_LT(reads, 4);
-  EXPECT_FALSE(Find("big.LST", "nobody@x"));
-  EXPECT_GT(fs.calls(FsOp::kRead), 2 * reads);
-}
-
 TEST_F(ListsTest, UnreadableListIsLoggedAndFindsNothing) {
   Write("DOMAIN.LST", "d.x\r\n");
   FaultyFileSystem fs;
