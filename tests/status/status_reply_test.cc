@@ -5,14 +5,6 @@
 namespace quellor {
 namespace {
 
-TEST(StatusReply, FreshWindowGivesElevenLines) {
-  WindowModel w;
-  EXPECT_EQ(BuildStatusReply(w),
-            "START UP TIME=xx\r\nFORWARD=0\r\nLEARN=0\r\nQUELLOR=0\r\nVALIDATIONS=0\r\nPURGED=0\r\n"
-            "TODAY FORWARD=0\r\nTODAY LEARN=0\r\nTODAY QUELLOR=0\r\nTODAY VALIDATIONS=0\r\nTODAY "
-            "PURGED=0\r\n");
-}
-
 TEST(StatusReply, CountersAsTheirTextAndOneLinePerDomain) {
   WindowModel w;
   w.starttime = "16 Nov 2026 08:05:09";
