@@ -37,12 +37,7 @@ RouteInfo InfoOf(DeliveryRoute route) {
 // 1000 KB that the component can open. Each white-listed recipient adds its own line.
 void MarkWhiteListed(PassRun& p, const std::string& message) {
   Context& ctx = p.ctx;
-  bool small = false;
-  int status = -1;
-  p.Step([&] { small = static_cast<double>(FileLength(message)) / 1024.0 < 1000.0; });
-  if (!small) return;
-  p.Step([&] { status = ctx.component().Open(message); });
-  if (status != 0) return;
+  if (!OpenForMarking(p, message)) return;
   p.Step([&] {
     ctx.component().AddHeader("Spam-Quellor",
                               OneLine(p.s.sender + " found in white list of " + p.s.recipient));

@@ -1,5 +1,7 @@
 #include "spool/stages/lines.h"
 
+#include "platform/files.h"
+#include "platform/message.h"
 #include "platform/names.h"
 #include "spool/ids.h"
 
@@ -26,6 +28,15 @@ std::string FreeQueueName(Context& ctx, const std::string& folder) {
   // Bounded: with a frozen clock every draw could repeat, and a name is still better than none.
   for (int tries = 0; tries < 1000 && taken(id); ++tries) id = nextid(ctx);
   return id;
+}
+
+bool OpenForMarking(PassRun& p, const std::string& message) {
+  bool small = false;
+  int status = -1;
+  p.Step([&] { small = static_cast<double>(FileLength(message)) / 1024.0 < 1000.0; });
+  if (!small) return false;
+  p.Step([&] { status = p.ctx.component().Open(message); });
+  return status == 0;
 }
 
 }  // namespace quellor

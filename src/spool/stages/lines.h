@@ -4,6 +4,7 @@
 #include <string>
 
 #include "config/context.h"
+#include "spool/pass_run.h"
 
 namespace quellor {
 
@@ -14,5 +15,9 @@ std::string OneLine(std::string value);
 // "OUT/"): nextid alone rejects a name only when it is taken in all three queues at once, and a
 // new pair must never overwrite another one.
 std::string FreeQueueName(Context& ctx, const std::string& folder);
+
+// Opens a message in the message component to mark it: only messages under 1000 KB that the
+// component can open are marked; the others are delivered unchanged.
+bool OpenForMarking(PassRun& p, const std::string& message);
 
 }  // namespace quellor

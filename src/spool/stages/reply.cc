@@ -62,12 +62,7 @@ HeldEnvelope ReadListed(PassRun& p, const std::string& folder, const std::string
 // envelope has one, and the "Spam-Quellor" header. Large or unreadable messages stay unmarked.
 void MarkReleased(PassRun& p, const std::string& message, const HeldEnvelope& held) {
   Context& ctx = p.ctx;
-  bool small = false;
-  int status = -1;
-  p.Step([&] { small = static_cast<double>(FileLength(message)) / 1024.0 < 1000.0; });
-  if (!small) return;
-  p.Step([&] { status = ctx.component().Open(message); });
-  if (status != 0) return;
+  if (!OpenForMarking(p, message)) return;
   MessageComponent& component = ctx.component();
   if (!held.subject.empty()) {
     p.Step([&] { component.RemoveHeader("Subject"); });
