@@ -25,6 +25,20 @@ void BM_DecodeSubject(benchmark::State& state) {
 }
 BENCHMARK(BM_DecodeSubject)->DenseRange(0, 3);
 
+// A remote sender controls the subject's length: 1 MB of Q and B words, blanks between them.
+void BM_DecodeSubjectMegabyte(benchmark::State& state) {
+  quellor::FakeClock clock(1790000000, 3600);
+  quellor::RecordingSleeper sleeper;
+  quellor::Context ctx("/nonexistent/", clock, sleeper);
+  std::string subject;
+  while (subject.size() < (1 << 20)) {
+    subject += "=?iso-8859-1?Q?Caf=E9_au_lait?= =?utf-8?B?SGVsbG8gd29ybGQ=?= plain ";
+  }
+  for (auto _ : state) benchmark::DoNotOptimize(quellor::DecodeSubject(ctx, subject));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * subject.size()));
+}
+BENCHMARK(BM_DecodeSubjectMegabyte)->Unit(benchmark::kMillisecond);
+
 void BM_EncodeQP(benchmark::State& state) {
   std::string text;
   const std::string line =

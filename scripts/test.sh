@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The full test run: installs dependencies, builds, runs every test, then runs the unit and
-# integration tests once more under AddressSanitizer and UndefinedBehaviorSanitizer.
+# integration tests once more under AddressSanitizer and UndefinedBehaviorSanitizer, and runs
+# each fuzz target briefly.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -17,3 +18,5 @@ fi
 echo "== tests under ASan+UBSan"
 bash scripts/build.sh build-asan -DQUELLOR_SANITIZE=ON -DQUELLOR_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j2)
+echo "== fuzz"
+bash fuzz/run.sh 20

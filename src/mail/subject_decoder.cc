@@ -1,5 +1,7 @@
 #include "mail/subject_decoder.h"
 
+#include <cstring>
+
 #include "mail/base64.h"
 #include "platform/regional.h"
 #include "platform/text.h"
@@ -7,66 +9,91 @@
 namespace quellor {
 
 namespace {
-bool EndsWith(std::string_view s, std::string_view tail) {
-  return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
+// The encoding letter of a marker "Q?" or "B?" (either case); 0 for anything else.
+char EncodingAt(const std::string& s, size_t i) {
+  if (i + 1 >= s.size() || s[i + 1] != '?') return 0;
+  const char c = UpperChar(s[i]);
+  return c == 'Q' || c == 'B' ? c : 0;
 }
 }  // namespace
 
 // No handler of its own: a failing B text (empty, or a NUL) raises to the pass, which logs it.
+//
+// Every round replaces the first encoded word of the whole text by its decoded text and searches
+// again from the start, so decoded text holding a word is decoded again and blanks between
+// adjacent words stay. The text before the first "=?" never changes again, so it is kept as
+// finished output and only the rest is searched: one buffer holds the finished text at
+// [0, done) and the text still to search at [from, end). A decoded text is never longer than
+// its encoded word, so it always fits back in front of `from`.
 std::string DecodeSubject(Context& ctx, std::string_view subject) {
-  std::string s(subject);
-  std::string hdr;  // the last encoded-word head decoded, upper-cased
-  size_t pos = InStrNoCase(s, "=?");
-  while (pos > 0) {
-    const std::string prefix = s.substr(0, pos - 1);
-    const size_t q = InStrNoCase(s, "Q?", pos);
-    const size_t b = InStrNoCase(s, "B?", pos);
-    size_t m = 0;
-    if (q != 0 && b != 0) {
-      m = q < b ? q : b;
+  std::string buf(subject);
+  size_t done = 0;
+  size_t from = 0;
+  bool decoded_any = false;  // the last head decoded ends with "Q?" or "B?"
+  const Base64Class base64;
+  for (;;) {
+    // The first "=?" of the whole text: the finished text holds none, but its last "=" may meet a
+    // "?" at the start of a decoded text.
+    size_t pos;
+    if (done > 0 && buf[done - 1] == '=' && from < buf.size() && buf[from] == '?') {
+      buf[--from] = '=';
+      pos = from;
+      --done;
     } else {
-      m = q != 0 ? q : b;
+      pos = buf.find("=?", from);
+      if (pos == std::string::npos) break;
+      std::memmove(buf.data() + done, buf.data() + from, pos - from);
+      done += pos - from;
+      from = pos;
     }
-    const size_t head_len = m - pos + 2;
-    const size_t e = m != 0 ? InStrNoCase(s, "?=", pos + head_len) : 0;
-    if (m != 0 && e != 0) {
-      hdr = UCase(s.substr(pos - 1, head_len));
-      std::string text = s.substr(pos - 1 + head_len, e - pos - head_len);
-      // "_" becomes a blank before the encoding is looked at, so B texts get it too.
-      for (char& c : text) {
-        if (c == '_') c = ' ';
+    size_t m = pos;
+    while (m < buf.size() && EncodingAt(buf, m) == 0) ++m;
+    const size_t e = m < buf.size() ? buf.find("?=", m + 2) : std::string::npos;
+    if (e == std::string::npos) {
+      // Nothing decoded yet: the subject is returned unchanged with one warning.
+      if (!decoded_any) {
+        const LocalTime now = ctx.clock.LocalNow();
+        const std::string s = buf.substr(0, done) + buf.substr(from);
+        ctx.window.List2.Add(ShortDate(now) + "," + LongTime(now) + " - " + s);
       }
-      if (EndsWith(hdr, "Q?")) {
-        text = DecodeQP(text);
-      } else if (EndsWith(hdr, "B?")) {
-        text = Base64Class().DecodeToString(text);
-      }
-      s = prefix + text + s.substr(e + 1);
-      // The search restarts at the beginning: decoded text holding a word is decoded again, and
-      // blanks between adjacent words stay.
-      pos = InStrNoCase(s, "=?");
-    } else {
-      pos = 0;
+      break;
     }
-    if (!EndsWith(hdr, "Q?") && !EndsWith(hdr, "B?")) {
-      const LocalTime now = ctx.clock.LocalNow();
-      ctx.window.List2.Add(ShortDate(now) + "," + LongTime(now) + hdr + " - " + s);
+    decoded_any = true;
+    std::string text = buf.substr(m + 2, e - m - 2);
+    // "_" becomes a blank before the encoding is looked at, so B texts get it too.
+    for (char& c : text) {
+      if (c == '_') c = ' ';
     }
+    text = EncodingAt(buf, m) == 'Q' ? DecodeQP(text) : base64.DecodeToString(text);
+    from = e + 2 - text.size();
+    std::memcpy(buf.data() + from, text.data(), text.size());
   }
-  return s;
+  buf.erase(done, from - done);
+  return buf;
 }
 
 std::string DecodeQP(std::string_view text) {
-  std::string s(text);
-  size_t p = InStr(s, "=");
-  while (p > 0 && p + 2 <= s.size()) {
-    const std::string xx = s.substr(p, 2);
+  std::string out;
+  out.reserve(text.size());
+  size_t i = 0;
+  for (;;) {
+    const size_t p = text.find('=', i);
+    // An "=" within the last two characters, and everything after it, stays as it is.
+    if (p == std::string_view::npos || p + 3 > text.size()) break;
+    out.append(text.substr(i, p - i));
+    const std::string_view xx = text.substr(p + 1, 2);
     // Lower-case digits are left alone. A soft break "=" CR LF holds no lower-case letter
     // either, so it is taken here too and becomes the character 0 (subjects carry none).
-    if (UCase(xx) == xx) s.replace(p - 1, 3, 1, static_cast<char>(HexValue(xx)));
-    p = InStr(s, "=", p + 1);
+    if (UpperChar(xx[0]) == xx[0] && UpperChar(xx[1]) == xx[1]) {
+      out += static_cast<char>(HexValue(xx));
+      i = p + 3;  // the decoded character is not looked at again
+    } else {
+      out += '=';
+      i = p + 1;
+    }
   }
-  return s;
+  out.append(text.substr(i));
+  return out;
 }
 
 int32_t HexValue(std::string_view text) {

@@ -183,6 +183,33 @@ std::string TextFile::ReadLine() {
   }
 }
 
+void TextFile::ReadLinePieces(const std::function<void(std::string_view)>& take) {
+  RequireOpen();
+  if (mode_ != OpenMode::kInput) Raise(54);
+  if (Eof()) Raise(kErrPastEnd);
+  for (;;) {
+    if (in_pos_ >= in_.size()) {
+      Fill();
+      if (in_pos_ >= in_.size()) return;  // end of file: the last line lacks its end
+    }
+    const size_t cr = in_.find('\r', in_pos_);
+    const size_t end = cr == std::string::npos ? in_.size() : cr;
+    take(std::string_view(in_).substr(in_pos_, end - in_pos_));
+    pos_ += static_cast<int64_t>(end - in_pos_);
+    in_pos_ = end;
+    if (cr != std::string::npos) {
+      ++in_pos_;
+      ++pos_;
+      if (in_pos_ >= in_.size()) Fill();  // the LF of CR LF may sit in the next block
+      if (in_pos_ < in_.size() && in_[in_pos_] == '\n') {
+        ++in_pos_;
+        ++pos_;
+      }
+      return;
+    }
+  }
+}
+
 void TextFile::Flush() {
   if (out_.empty() || fd_ < 0) return;
   std::string pending;

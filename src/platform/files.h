@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ class TextFile {
   // The next line without its end (CR or CR LF; a lone LF stays in the line).
   // Raises "Input past end of file" when nothing is left.
   std::string ReadLine();
+  // Reads the next line like ReadLine but hands it to `take` in pieces of at most one read
+  // block, so that a line as long as the file is never held whole.
+  void ReadLinePieces(const std::function<void(std::string_view)>& take);
   // Writes the text and CR LF.
   void WriteLine(std::string_view text);
   // Writes bytes as they are.

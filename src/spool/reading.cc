@@ -5,6 +5,7 @@
 #include "platform/names.h"
 #include "platform/text.h"
 #include "spool/address.h"
+#include "spool/header_line.h"
 #include "spool/ids.h"
 #include "spool/stages.h"
 
@@ -46,8 +47,8 @@ void ReadHeaders(PassRun& p) {
   p.Mark(8);
   const std::string message_path = ctx.Path("IN/" + s.message_file);
   TextFile file;
-  std::string line;
-  std::string header;
+  LineFacts line;    // the last line read
+  std::string text;  // the subject header's text after "SUBJECT:" up to its first line feed
   size_t position = 0;
   bool leading_envelope = false;
   bool first_line = true;
@@ -57,34 +58,49 @@ void ReadHeaders(PassRun& p) {
     bool more = false;
     // A file that did not open ends the reading instead of looping on it.
     if (!p.Step([&] { more = !file.Eof() && position == 0; }) || !more) break;
-    if (!p.Step([&] { line = file.ReadLine(); })) break;
+    if (!p.Step([&] { line = ReadLineFacts(file); })) break;
     if (first_line) {
       first_line = false;
-      size_t colon = InStr(line, ":");
-      if (colon == 0) colon = line.size();
-      const size_t blank = InStr(line, " ");
+      const size_t colon = line.first_colon == 0 ? line.length : line.first_colon;
+      const size_t blank = line.first_blank;
       if (blank != 0 && colon > blank) {
         // Not a header line: keep a copy of the message for the administrator.
         p.Step([&] { CopyFile(ctx, message_path, ctx.Path("DEBUG/" + s.message_file)); });
         p.Step([&] { ctx.window.kelpo.Increment(); });
       }
     }
-    if (line.compare(0, 5, "From ") == 0) leading_envelope = true;
-    if (UCase(line.substr(0, 8)) == "SUBJECT:") {
+    if (line.Start(5) == "From ") leading_envelope = true;
+    if (UCase(line.Start(8)) == "SUBJECT:") {
       position = 1;
-      header = line;
+      // The header's continuation lines are appended to it; only its text up to the first line
+      // feed is ever used, so nothing after that feed is kept.
+      if (line.kept.size() > 8) text = line.kept.substr(8);
+      bool ended = text.find('\n') != std::string::npos;
       p.Step([&] {
         while (!file.Eof()) {
-          line = file.ReadLine();
-          if (!line.empty() && line[0] == ' ') {
-            header += Trim(line);
-          } else if (!line.empty() && line[0] == '\t') {
-            header += line.substr(1);
+          const LineFacts next = ReadLineFacts(file);
+          std::string_view add = next.kept;
+          if (!add.empty() && add[0] == ' ') {
+            const size_t b = add.find_first_not_of(' ');
+            add.remove_prefix(b == std::string_view::npos ? add.size() : b);
+            // A blank-led line is appended trimmed; its trailing blanks matter only when no line
+            // feed comes before them.
+            if (add.find('\n') == std::string_view::npos) {
+              while (!add.empty() && add.back() == ' ') add.remove_suffix(1);
+            }
+          } else if (!add.empty() && add[0] == '\t') {
+            add.remove_prefix(1);
           } else {
             break;
           }
+          if (!ended && text.size() < kMaxLineText) {
+            text.append(add.substr(0, kMaxLineText - text.size()));
+            ended = add.find('\n') != std::string_view::npos;
+          }
         }
       });
+      const size_t lf = text.find('\n');
+      if (lf != std::string::npos) text.erase(lf);
     }
   }
   p.Step([&] { file.Close(); });
@@ -124,23 +140,12 @@ void ReadHeaders(PassRun& p) {
 
   p.Step([&] {
     if (position == 0) {
-      // Bare line-feed files arrive as one long line: the subject follows a line feed.
-      position = InStr(UCase(line), "\nSUBJECT:");
-      if (position > 0) header = line;
+      // Bare line-feed files arrive as one long line: the subject follows a line feed. Its text
+      // starts eight places after that feed, at the colon, so it keeps a leading ":".
+      position = line.lf_subject;
+      if (position > 0) text = line.lf_text;
     }
-  });
-  std::string text;
-  p.Step([&] {
-    if (position > 0) {
-      // Eight places after the position: right after "SUBJECT:" for a header found line by
-      // line, at its colon after a line feed (such a text keeps a leading ":").
-      const size_t start = position + 8;
-      if (start <= header.size()) {
-        const size_t lf = InStr(header, "\n", start);
-        text = lf == 0 ? header.substr(start - 1) : header.substr(start - 1, lf - start);
-      }
-      if (!text.empty() && text.back() == '\r') text.pop_back();
-    }
+    if (!text.empty() && text.back() == '\r') text.pop_back();
   });
   p.Mark(12);
   if (text.empty()) {

@@ -52,6 +52,8 @@ INSTANTIATE_TEST_SUITE_P(
         // "_" becomes a blank before the encoding is known; in B text the blank counts as "A".
         SubjectCase{"UnderscoreInBText", "=?x?B?SGVs_bG8=?=", std::string("Hel\x01\xB1\xBC", 6),
                     false},
+        // A decoded "?" right after an "=" before the word makes a new word with it.
+        SubjectCase{"EqualsMeetsDecodedQuestionMark", "==?c?Q?=3Fa=3FQ=3Fb=3F=3D?=", "b", false},
         // Once a word was decoded no further warning is posted for a broken rest.
         SubjectCase{"BrokenAfterDecoded", "=?x?Q?a?= =?broken", "a =?broken", false}),
     [](const auto& info) { return std::string(info.param.name); });
@@ -61,6 +63,25 @@ TEST_F(SubjectTest, WarningLineIsAppendedWithDateTimeAndSubject) {
   DecodeSubject(ctx, "Re: =?broken");
   EXPECT_EQ(ctx.window.List2.items(),
             (std::vector<std::string>{"earlier", "16/11/2026,10:00:00 - Re: =?broken"}));
+}
+
+// A sender can make a subject as long as the message. A megabyte of words decodes well within
+// the test runner's timeout only when the work grows linearly with the subject.
+TEST_F(SubjectTest, MegabyteOfWordsDecodes) {
+  std::string subject;
+  std::string expected;
+  while (subject.size() < (1 << 20)) {
+    subject += "=?x?Q?a=41?= =?x?b?SGk=?= ";
+    expected += "aA Hi ";
+  }
+  EXPECT_EQ(DecodeSubject(ctx, subject), expected);
+  std::string qp;
+  std::string plain;
+  while (qp.size() < (1 << 20)) {
+    qp += "=41=e9";
+    plain += "A=e9";
+  }
+  EXPECT_EQ(DecodeQP(qp), plain);
 }
 
 TEST_F(SubjectTest, EmptyBTextRaisesToTheCaller) {
