@@ -1,5 +1,7 @@
 #include "spool/header_line.h"
 
+#include <algorithm>
+
 #include "platform/text.h"
 
 namespace quellor {
@@ -47,6 +49,38 @@ LineFacts ReadLineFacts(TextFile& file) {
   LineFacts facts;
   file.ReadLinePieces([&](std::string_view piece) { facts.Feed(piece); });
   return facts;
+}
+
+SubjectHeaderText::SubjectHeaderText(const LineFacts& subject_line) {
+  if (subject_line.kept.size() > 8) text_ = subject_line.kept.substr(8);
+  ended_ = text_.find('\n') != std::string::npos;
+}
+
+void SubjectHeaderText::ReadContinuations(TextFile& file) {
+  while (!file.Eof()) {
+    const LineFacts next = ReadLineFacts(file);
+    std::string_view add = next.kept;
+    if (!add.empty() && add[0] == ' ') {
+      const size_t b = add.find_first_not_of(' ');
+      add.remove_prefix(b == std::string_view::npos ? add.size() : b);
+      // Trailing blanks are trimmed too; after a line feed they are never used anyway.
+      if (add.find('\n') == std::string_view::npos) {
+        while (!add.empty() && add.back() == ' ') add.remove_suffix(1);
+      }
+    } else if (!add.empty() && add[0] == '\t') {
+      add.remove_prefix(1);
+    } else {
+      return;
+    }
+    if (!ended_ && text_.size() < kMaxLineText) {
+      text_.append(add.substr(0, kMaxLineText - text_.size()));
+      ended_ = add.find('\n') != std::string_view::npos;
+    }
+  }
+}
+
+std::string SubjectHeaderText::Text() const {
+  return text_.substr(0, text_.find('\n'));
 }
 
 }  // namespace quellor

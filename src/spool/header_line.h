@@ -36,4 +36,20 @@ struct LineFacts {
 // Reads the next line of a file opened for input (raises as ReadLine does).
 LineFacts ReadLineFacts(TextFile& file);
 
+// The text of a subject header after "SUBJECT:" up to its first line feed: the header line and
+// its continuation lines (a blank-led line trimmed, a tab-led one without its tab) joined.
+class SubjectHeaderText {
+ public:
+  explicit SubjectHeaderText(const LineFacts& subject_line);
+  // Reads the continuation lines and the line that ends the header (which is discarded). On a
+  // failed read the text holds what was read before it.
+  void ReadContinuations(TextFile& file);
+  // The text up to its first line feed.
+  std::string Text() const;
+
+ private:
+  std::string text_;
+  bool ended_ = false;  // the text holds a line feed: nothing after it is needed
+};
+
 }  // namespace quellor

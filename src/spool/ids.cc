@@ -5,31 +5,12 @@
 #include "platform/names.h"
 #include "platform/regional.h"
 #include "platform/text.h"
+#include "spool/header_line.h"
 
 namespace quellor {
 
 namespace {
 constexpr std::string_view kMarkerUpper = "REQUEST-ID:";
-
-bool StartsWithSubject(const std::string& line) {
-  return UCase(line.substr(0, 8)) == "SUBJECT:";
-}
-
-// Reads the continuation lines of a header into `header`: a line that begins with a blank is
-// appended trimmed, one that begins with a tab without its tab; the first other line ends the
-// header and is consumed.
-void AppendContinuations(TextFile& file, std::string& header, std::string& line) {
-  while (!file.Eof()) {
-    line = file.ReadLine();
-    if (!line.empty() && line[0] == ' ') {
-      header += Trim(line);
-    } else if (!line.empty() && line[0] == '\t') {
-      header += line.substr(1);
-    } else {
-      break;
-    }
-  }
-}
 }  // namespace
 
 std::string nextid(Context& ctx) {
@@ -96,16 +77,18 @@ std::string findid(Context& ctx, std::string& mail) {
     // A file that did not open (or cannot be read) ends the search instead of looping on it.
     if (!guard([&] { more = !file.Eof() && result.empty(); }) || !more) break;
 
-    std::string line;
-    std::string header;
+    // Lines are read in pieces: a message of one huge line is never held whole.
+    LineFacts line;
+    std::string text;
     bool found = false;
     const bool read = guard([&] {
       while (!file.Eof()) {
-        line = file.ReadLine();
-        if (StartsWithSubject(line)) {
+        line = ReadLineFacts(file);
+        if (UCase(line.Start(8)) == "SUBJECT:") {
           found = true;
-          header = line;
-          AppendContinuations(file, header, line);
+          SubjectHeaderText header(line);
+          header.ReadContinuations(file);
+          text = header.Text();
           break;
         }
       }
@@ -114,19 +97,9 @@ std::string findid(Context& ctx, std::string& mail) {
 
     // Files with bare line feeds arrive as one long line: the subject position is then the line
     // feed before "SUBJECT:", so the text starts at the colon.
-    size_t position = 0;
-    const std::string& source = found ? header : line;
-    guard([&] { position = found ? 1 : InStr(UCase(line), "\nSUBJECT:"); });
-    std::string text;
     guard([&] {
-      if (position > 0) {
-        const size_t start = position + 8;  // 1-based
-        if (start <= source.size()) {
-          const size_t lf = InStr(source, "\n", start);
-          text = lf == 0 ? source.substr(start - 1) : source.substr(start - 1, lf - start);
-        }
-        if (!text.empty() && text.back() == '\r') text.pop_back();
-      }
+      if (!found && line.lf_subject > 0) text = line.lf_text;
+      if (!text.empty() && text.back() == '\r') text.pop_back();
     });
     guard([&] {
       if (!text.empty()) result = IdFromSubjectText(text);

@@ -48,7 +48,7 @@ void ReadHeaders(PassRun& p) {
   const std::string message_path = ctx.Path("IN/" + s.message_file);
   TextFile file;
   LineFacts line;    // the last line read
-  std::string text;  // the subject header's text after "SUBJECT:" up to its first line feed
+  std::string text;  // the subject text
   size_t position = 0;
   bool leading_envelope = false;
   bool first_line = true;
@@ -72,35 +72,9 @@ void ReadHeaders(PassRun& p) {
     if (line.Start(5) == "From ") leading_envelope = true;
     if (UCase(line.Start(8)) == "SUBJECT:") {
       position = 1;
-      // The header's continuation lines are appended to it; only its text up to the first line
-      // feed is ever used, so nothing after that feed is kept.
-      if (line.kept.size() > 8) text = line.kept.substr(8);
-      bool ended = text.find('\n') != std::string::npos;
-      p.Step([&] {
-        while (!file.Eof()) {
-          const LineFacts next = ReadLineFacts(file);
-          std::string_view add = next.kept;
-          if (!add.empty() && add[0] == ' ') {
-            const size_t b = add.find_first_not_of(' ');
-            add.remove_prefix(b == std::string_view::npos ? add.size() : b);
-            // A blank-led line is appended trimmed; its trailing blanks matter only when no line
-            // feed comes before them.
-            if (add.find('\n') == std::string_view::npos) {
-              while (!add.empty() && add.back() == ' ') add.remove_suffix(1);
-            }
-          } else if (!add.empty() && add[0] == '\t') {
-            add.remove_prefix(1);
-          } else {
-            break;
-          }
-          if (!ended && text.size() < kMaxLineText) {
-            text.append(add.substr(0, kMaxLineText - text.size()));
-            ended = add.find('\n') != std::string_view::npos;
-          }
-        }
-      });
-      const size_t lf = text.find('\n');
-      if (lf != std::string::npos) text.erase(lf);
+      SubjectHeaderText header(line);
+      p.Step([&] { header.ReadContinuations(file); });
+      text = header.Text();
     }
   }
   p.Step([&] { file.Close(); });
