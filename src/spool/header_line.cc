@@ -34,7 +34,7 @@ void LineFacts::Feed(std::string_view piece) {
       if (UpperChar(c) == kLfSubject[match_]) {
         if (++match_ == kLfSubject.size()) {
           lf_subject = at - kLfSubject.size() + 1;
-          lf_text = ":";
+          lf_text.assign(1, ':');
           lf_open_ = true;
         }
       } else {
