@@ -32,7 +32,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   MatchEntry(a, b);
   MatchEntry(b, a);
-  // An entry without "*" matches its own text in any case.
-  if (a.find('*') == std::string_view::npos && !MatchEntry(a, a)) std::abort();
   return 0;
 }
