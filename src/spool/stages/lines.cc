@@ -1,5 +1,8 @@
 #include "spool/stages/lines.h"
 
+#include <chrono>
+
+#include "logs/primitives.h"
 #include "platform/files.h"
 #include "platform/message.h"
 #include "platform/names.h"
@@ -8,11 +11,11 @@
 namespace quellor {
 
 std::string OneLine(std::string value) {
-  // On purpose unlike every other text, which is written as it stands: CR and LF inside a value
-  // written as one line become blanks, so no subject can add a header line and no address an
-  // envelope line.
+  // On purpose unlike every other text, which is written as it stands: CR, LF and NUL inside a
+  // value written as one line become blanks, so no subject can add a header line and no address
+  // an envelope line.
   for (char& c : value) {
-    if (c == '\r' || c == '\n') c = ' ';
+    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
   }
   return value;
 }
@@ -24,10 +27,27 @@ std::string FreeQueueName(Context& ctx, const std::string& folder) {
     }
     return false;
   };
-  std::string id = nextid(ctx);
-  // Bounded: with a frozen clock every draw could repeat, and a name is still better than none.
-  for (int tries = 0; tries < 1000 && taken(id); ++tries) id = nextid(ctx);
-  return id;
+  // A second holds 1000 names (date and time, then 1 to 1000). When the drawn one is taken, the
+  // others of its second are tried in turn; when all are taken, the next second brings fresh ones.
+  for (;;) {
+    std::string id = nextid(ctx);
+    if (!taken(id)) return id;
+    if (id.size() < 15) continue;  // not of the designed form: draw again
+    const std::string second = id.substr(0, 14);
+    for (int number = 1; number <= 1000; ++number) {
+      std::string other = second + std::to_string(number);
+      if (!taken(other)) return other;
+    }
+    ctx.sleeper.Sleep(std::chrono::milliseconds(1000));
+  }
+}
+
+void WriteLocalMessage(PassRun& p, const std::string& message, const std::string& local) {
+  Context& ctx = p.ctx;
+  p.Step([&] { CopyNewFile(ctx, message, local + ".TMP"); });
+  p.Step([&] { SyncFile(local + ".TMP"); });
+  p.Step([&] { NameFile(ctx, local + ".TMP", local + ".EML"); });
+  p.Wrote(local + ".EML");
 }
 
 bool OpenForMarking(PassRun& p, const std::string& message) {
