@@ -81,7 +81,7 @@ class HostileTest : public ::testing::Test, public HeldMailTest {
   std::string AllWritten() {
     std::string all;
     for (const auto& e : fs::recursive_directory_iterator(tree.root())) {
-      if (!e.is_regular_file()) continue;
+      if (e.is_symlink() || !e.is_regular_file()) continue;
       all += tree.Read(e.path().string().substr(tree.root().size()));
     }
     return all;
@@ -158,7 +158,17 @@ TEST_P(FifoTest, NeverHangs) {
 INSTANTIATE_TEST_SUITE_P(Fifos, FifoTest, ::testing::ValuesIn(kFifos),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// Durability is not what this test is about: flushing 10,000 files to the disk would only make it
+// slow.
+class NoSyncFileSystem : public FileSystem {
+ public:
+  int Fsync(int) override { return 0; }
+  int SyncDir(const std::string&) override { return 0; }
+};
+
 TEST_F(HostileTest, FiveThousandRecipientsWithinOneSecondGetFiveThousandPairs) {
+  NoSyncFileSystem no_sync;
+  ScopedFileSystem seam(&no_sync);
   std::vector<std::string> recipients;
   for (int i = 0; i < 5000; ++i) recipients.push_back("<u" + std::to_string(i) + "@y.org>");
   Queue("20261116095900001", "a@x.org", recipients);

@@ -1,6 +1,7 @@
 #include "spool/stages/lines.h"
 
 #include <chrono>
+#include <unordered_map>
 
 #include "logs/primitives.h"
 #include "platform/files.h"
@@ -28,14 +29,21 @@ std::string FreeQueueName(Context& ctx, const std::string& folder) {
     return false;
   };
   // A second holds 1000 names (date and time, then 1 to 1000). When the drawn one is taken, the
-  // others of its second are tried in turn; when all are taken, the next second brings fresh ones.
+  // others of its second are tried in turn from where the last search of that second stopped
+  // (those before were all taken); when all are taken, the next second brings fresh ones.
+  struct Cursor {
+    std::string second;
+    int next = 1;
+  };
+  static std::unordered_map<std::string, Cursor> cursors;
   for (;;) {
     std::string id = nextid(ctx);
     if (!taken(id)) return id;
     if (id.size() < 15) continue;  // not of the designed form: draw again
-    const std::string second = id.substr(0, 14);
-    for (int number = 1; number <= 1000; ++number) {
-      std::string other = second + std::to_string(number);
+    Cursor& cursor = cursors[ctx.Path(folder)];
+    if (cursor.second != id.substr(0, 14)) cursor = {id.substr(0, 14), 1};
+    for (; cursor.next <= 1000; ++cursor.next) {
+      std::string other = cursor.second + std::to_string(cursor.next);
       if (!taken(other)) return other;
     }
     ctx.sleeper.Sleep(std::chrono::milliseconds(1000));
