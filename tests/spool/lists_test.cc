@@ -176,6 +176,7 @@ TEST_F(ListsTest, AFailedRewriteLeavesTheList) {
   fs.Clear();
   fs.FailAlways(FsOp::kStat, EIO, "DOMAIN.LST");
   Add("m.x");
+  fs.Clear();
   EXPECT_EQ(t.Read("DOMAIN.LST"), "a.x\r\nz.x\r\n");
   EXPECT_EQ(t.ReadLines("LOG/system.log").back(),
             "16/11/2026 10:00:00 : Quellor - AddListEntry - # 57 - Device I/O error");
