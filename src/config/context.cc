@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/fs.h"
+
 namespace quellor {
 
 std::string WithTrailingSlash(std::string root) {
@@ -22,7 +24,9 @@ std::string RootFromEnvironment() {
 }
 
 Context::Context(std::string root_path, Clock& clock_ref, Sleeper& sleeper_ref)
-    : root(WithTrailingSlash(std::move(root_path))), clock(clock_ref), sleeper(sleeper_ref) {}
+    : root(WithTrailingSlash(std::move(root_path))), clock(clock_ref), sleeper(sleeper_ref) {
+  ConfineToRoot(root);
+}
 
 std::string Context::Path(std::string_view relative) const {
   return root + std::string(relative);

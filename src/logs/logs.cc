@@ -10,12 +10,12 @@ namespace quellor {
 
 namespace {
 
-// A text written as one line of a log: a CR or LF inside it becomes a blank, so that no text
-// taken from mail can add lines of its own.
+// A text written as one line of a log: a CR, LF or NUL inside it becomes a blank, so that no
+// text taken from mail can add lines of its own.
 std::string OneLine(std::string_view text) {
   std::string line(text);
   for (char& c : line) {
-    if (c == '\r' || c == '\n') c = ' ';
+    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
   }
   return line;
 }

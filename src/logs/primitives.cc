@@ -107,6 +107,22 @@ TextFile OpenFile(Context& ctx, const std::string& path, std::string_view mode, 
   return file;
 }
 
+TextFile OpenNewFile(Context& ctx, const std::string& path, int filenum) {
+  TextFile file;
+  Reporting to{kOpenFileSwitches.debug == "ON", kOpenFileSwitches.log == "ON"};
+  std::string what = "###OPEN " + path + "-" + SignedText(filenum) + "-OUTPUT";
+  Attempts(ctx, to, what, " RESUME NEXT ").Run([&] {
+    file = TextFile::Open(path, OpenMode::kCreateNew);
+  });
+  return file;
+}
+
+void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino) {
+  Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
+    CopyFileBytes(origen, destino, true);
+  });
+}
+
 void DeleteFile(Context& ctx, const std::string& archivo) {
   Attempts attempts(ctx, FromSettings(ctx), "###KILL " + archivo, " RESUME NEXT");
   bool found = false;

@@ -15,10 +15,15 @@ namespace quellor {
 // after upper-casing). After a give-up, or for an unknown mode, the returned file is unopened,
 // so the caller's next use of it fails in the caller. `filenum` appears only in its log lines.
 TextFile OpenFile(Context& ctx, const std::string& path, std::string_view mode, int filenum = 1);
+// OpenFile "OUTPUT" for a new queue file: the file is created exclusively, so a file that
+// another writer made under the same name is never truncated (the attempt fails instead).
+TextFile OpenNewFile(Context& ctx, const std::string& path, int filenum = 1);
 // Deletes an ordinary file; a missing or hidden file is silent and immediate.
 void DeleteFile(Context& ctx, const std::string& archivo);
 // Copies `origen` over `destino`.
 void CopyFile(Context& ctx, const std::string& origen, const std::string& destino);
+// CopyFile onto a new queue file that must not exist yet, created exclusively.
+void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino);
 // Renames `origen` to `destino`; an existing `destino` makes every attempt fail.
 void NameFile(Context& ctx, const std::string& origen, const std::string& destino);
 

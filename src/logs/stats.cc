@@ -77,9 +77,8 @@ void UpdateStatistics(Context& ctx, const std::string& text, std::string& user) 
   }
   std::string out = date;
   for (int32_t c : counts) out += "|" + std::to_string(c);
-  TextFile file = OpenFile(ctx, path, "OUTPUT");
-  file.WriteLine(out);
-  file.Close();
+  // Replaced as a whole: a crash leaves the old counts or the new ones.
+  ReplaceWholeFile(path, out + "\r\n");
 }
 
 }  // namespace quellor

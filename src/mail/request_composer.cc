@@ -50,14 +50,14 @@ void ComposeRequest(PassRun& p) {
 
   // The envelope first: the host server takes a pair only once its message file has its name.
   TextFile envelope;
-  p.Step([&] { envelope = OpenFile(ctx, stem + ".WAI", "OUTPUT", 1); });
+  p.Step([&] { envelope = OpenNewFile(ctx, stem + ".WAI", 1); });
   if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(recipient); });
   p.Step([&] { envelope.WriteLine(to); });
   p.Step([&] { envelope.Close(); });
 
   TextFile msg;
-  p.Step([&] { msg = OpenFile(ctx, stem + ".TMP", "OUTPUT", 1); });
+  p.Step([&] { msg = OpenNewFile(ctx, stem + ".TMP", 1); });
   const std::string boundary_line = std::string("--") + kBoundary;
   const std::vector<std::string> head = {"From: " + from,
                                          "To: " + to,

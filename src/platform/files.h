@@ -12,7 +12,12 @@
 
 namespace quellor {
 
-enum class OpenMode { kInput, kAppend, kOutput, kBinary };
+// kCreateNew creates a file that must not exist yet (never truncates another writer's file).
+enum class OpenMode { kInput, kAppend, kOutput, kBinary, kCreateNew };
+
+// Opens through the seam without following a symlink and without blocking on a FIFO; anything
+// that is not a regular file is refused (-EACCES, -EISDIR). Returns a descriptor or -errno.
+int OpenRegular(const std::string& path, int flags, int mode);
 
 // An open file, or an unopened one: every use of an unopened file raises
 // "Bad file name or number", so the caller's next statement fails after a give-up.
@@ -58,6 +63,7 @@ class TextFile {
   void Fill();
   void Flush();
   void RequireOpen() const;
+  friend class AtomicReplacement;
 
   int fd_ = -1;
   std::string path_;
@@ -70,16 +76,44 @@ class TextFile {
 };
 
 // Raw operations that raise the classic errors on failure (the retrying primitives wrap them).
-void RemoveFile(const std::string& path);                            // unlink an existing file
-void CopyFileBytes(const std::string& from, const std::string& to);  // replaces `to`
-void RenameFile(const std::string& from, const std::string& to);     // fails when `to` exists
-void MakeFolder(const std::string& path);                            // one level
+void RemoveFile(const std::string& path);  // unlink an existing file
+// Replaces `to`; with `exclusive`, `to` must not exist yet and is created exclusively.
+void CopyFileBytes(const std::string& from, const std::string& to, bool exclusive = false);
+void RenameFile(const std::string& from, const std::string& to);  // fails when `to` exists
+void MakeFolder(const std::string& path);                         // one level
 int64_t FileLength(const std::string& path);
 std::time_t FileModified(const std::string& path);
 
 // Flushes a file's data and a folder's entries to the disk.
 void SyncFile(const std::string& path);
 void SyncFolder(const std::string& path);
+
+// Replaces a whole file so that a crash leaves the old or the new one, never a mix: the content
+// goes to a hidden temporary file in the same folder, which is flushed and renamed over the
+// target, and the folder is flushed. Not committed, the temporary file is removed.
+class AtomicReplacement {
+ public:
+  explicit AtomicReplacement(const std::string& path, int mode = 0644);  // raises
+  ~AtomicReplacement();
+  AtomicReplacement(const AtomicReplacement&) = delete;
+  AtomicReplacement& operator=(const AtomicReplacement&) = delete;
+
+  // The temporary file, open for writing.
+  TextFile& file() { return file_; }
+  // The actual path that Commit replaces.
+  const std::string& target() const { return target_; }
+  // Flushes, renames over the target and flushes the folder; raises on failure. With
+  // `keep_existing` a target that exists by then is kept ("File already exists") instead.
+  void Commit(bool keep_existing = false);
+
+ private:
+  std::string target_;
+  std::string temp_;
+  TextFile file_;
+  bool committed_ = false;
+};
+// The same for a content at hand.
+void ReplaceWholeFile(const std::string& path, std::string_view bytes, int mode = 0644);
 
 // Reads a whole small file (templates, lists in tests); raises on failure.
 std::string ReadWholeFile(const std::string& path);

@@ -2,9 +2,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
 
 namespace quellor {
 
@@ -21,7 +24,110 @@ int Result(int r) {
 long Result(long r) {
   return r < 0 ? -errno : r;
 }
+// The confined root ("/srv/q/", with its trailing slash) and a descriptor of it.
+struct Confinement {
+  std::mutex mutex;
+  std::string root;
+  int fd = -1;
+  bool no_openat2 = false;
+};
+Confinement& Confined() {
+  static Confinement c;
+  return c;
+}
+
+// Opens `relative` below the folder `dirfd` without following any symlink on the way.
+int OpenBeneath(Confinement& c, const std::string& relative, int flags, int mode) {
+  if (!c.no_openat2) {
+    struct open_how how {};
+    how.flags = static_cast<uint64_t>(flags);
+    how.mode = (flags & (O_CREAT | O_TMPFILE)) ? static_cast<uint64_t>(mode) : 0;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
+    long r;
+    do {
+      r = ::syscall(SYS_openat2, c.fd, relative.c_str(), &how, sizeof how);
+    } while (r < 0 && errno == EINTR);
+    if (r >= 0 || (errno != ENOSYS && errno != EPERM)) return r < 0 ? -errno : static_cast<int>(r);
+    c.no_openat2 = true;
+  }
+  // Without openat2: walk folder by folder, each opened without following a symlink.
+  int dir = ::fcntl(c.fd, F_DUPFD_CLOEXEC, 0);
+  if (dir < 0) return -errno;
+  size_t start = 0;
+  for (;;) {
+    size_t slash = relative.find('/', start);
+    if (slash == std::string::npos) break;
+    std::string part = relative.substr(start, slash - start);
+    start = slash + 1;
+    if (part.empty()) continue;
+    int next = ::openat(dir, part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    int err = errno;
+    ::close(dir);
+    if (next < 0) return -err;
+    dir = next;
+  }
+  int r = ::openat(dir, relative.c_str() + start, flags | O_NOFOLLOW, mode);
+  int err = errno;
+  ::close(dir);
+  return r < 0 ? -err : r;
+}
+
+// The path relative to the confined root, or "" when the path is not below it.
+std::string BelowRoot(Confinement& c, const std::string& path) {
+  // A root made after the confinement was set (a fresh tree) is opened on first use.
+  if (c.fd < 0 && !c.root.empty()) c.fd = ::open(c.root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (c.fd < 0 || path.size() <= c.root.size() || path.compare(0, c.root.size(), c.root) != 0) {
+    return "";
+  }
+  return path.substr(c.root.size());
+}
+
+// Opens the folder that holds `path` (below the root) without following symlinks, for the *at
+// calls; `name` receives the last component. AT_FDCWD with the whole path when not below it.
+int ParentOf(const std::string& path, std::string* name) {
+  Confinement& c = Confined();
+  std::lock_guard lock(c.mutex);
+  std::string relative = BelowRoot(c, path);
+  if (relative.empty()) {
+    *name = path;
+    return AT_FDCWD;
+  }
+  size_t slash = relative.find_last_of('/');
+  *name = slash == std::string::npos ? relative : relative.substr(slash + 1);
+  if (slash == std::string::npos) return ::fcntl(c.fd, F_DUPFD_CLOEXEC, 0);
+  return OpenBeneath(c, relative.substr(0, slash), O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
+}
+
+// Runs an *at call on the folder of `path`.
+template <class Call>
+int AtParent(const std::string& path, Call&& call) {
+  std::string name;
+  int dir = ParentOf(path, &name);
+  if (dir < 0 && dir != AT_FDCWD) return dir;
+  // The call returns -1 with errno set, or (a nested AtParent) the negative errno itself.
+  int r = call(dir, name.c_str());
+  int err = r == -1 ? errno : -r;
+  if (dir != AT_FDCWD) ::close(dir);
+  return r < 0 ? -err : r;
+}
+
 }  // namespace
+
+void ConfineToRoot(const std::string& root) {
+  Confinement& c = Confined();
+  std::lock_guard lock(c.mutex);
+  if (c.fd >= 0) ::close(c.fd);
+  c.root = root;
+  if (!c.root.empty() && c.root.back() != '/') c.root += '/';
+  // The root itself may be a symlink (an administrator's choice); what lies below it may not.
+  c.fd = ::open(c.root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
+bool BelowConfinedRoot(const std::string& path) {
+  Confinement& c = Confined();
+  std::lock_guard lock(c.mutex);
+  return !BelowRoot(c, path).empty();
+}
 
 FileSystem& Fs() {
   return g_current ? *g_current : Plain();
@@ -34,9 +140,17 @@ FileSystem* SetFileSystem(FileSystem* fs) {
 }
 
 int FileSystem::Open(const std::string& path, int flags, int mode) {
+  // A FIFO must never hold the pass: it opens at once and is then refused as not a regular file.
+  flags |= O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  {
+    Confinement& c = Confined();
+    std::lock_guard lock(c.mutex);
+    std::string relative = BelowRoot(c, path);
+    if (!relative.empty()) return OpenBeneath(c, relative, flags, mode);
+  }
   int r;
   do {
-    r = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+    r = ::open(path.c_str(), flags, mode);
   } while (r < 0 && errno == EINTR);
   return Result(r);
 }
@@ -69,22 +183,36 @@ int FileSystem::Close(int fd) {
   return Result(::close(fd));
 }
 int FileSystem::Unlink(const std::string& path) {
-  return Result(::unlink(path.c_str()));
+  return AtParent(path, [](int dir, const char* name) { return ::unlinkat(dir, name, 0); });
 }
 int FileSystem::Rename(const std::string& from, const std::string& to) {
-  return Result(::rename(from.c_str(), to.c_str()));
+  return AtParent(from, [&](int from_dir, const char* from_name) {
+    return AtParent(to, [&](int to_dir, const char* to_name) {
+      return ::renameat(from_dir, from_name, to_dir, to_name);
+    });
+  });
 }
 int FileSystem::Link(const std::string& from, const std::string& to) {
-  return Result(::link(from.c_str(), to.c_str()));
+  // A symlink is linked as itself (no AT_SYMLINK_FOLLOW), never its target.
+  return AtParent(from, [&](int from_dir, const char* from_name) {
+    return AtParent(to, [&](int to_dir, const char* to_name) {
+      return ::linkat(from_dir, from_name, to_dir, to_name, 0);
+    });
+  });
 }
 int FileSystem::Stat(const std::string& path, struct stat* st) {
   return Result(::stat(path.c_str(), st));
+}
+int FileSystem::Lstat(const std::string& path, struct stat* st) {
+  return Result(::lstat(path.c_str(), st));
 }
 int FileSystem::Fstat(int fd, struct stat* st) {
   return Result(::fstat(fd, st));
 }
 int FileSystem::Mkdir(const std::string& path, int mode) {
-  return Result(::mkdir(path.c_str(), static_cast<mode_t>(mode)));
+  return AtParent(path, [&](int dir, const char* name) {
+    return ::mkdirat(dir, name, static_cast<mode_t>(mode));
+  });
 }
 int FileSystem::Rmdir(const std::string& path) {
   return Result(::rmdir(path.c_str()));
@@ -113,8 +241,8 @@ int FileSystem::Fsync(int fd) {
 }
 
 int FileSystem::SyncDir(const std::string& dir) {
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return -errno;
+  int fd = FileSystem::Open(dir, O_RDONLY | O_DIRECTORY, 0);
+  if (fd < 0) return fd;
   int r = ::fsync(fd);
   int err = errno;
   ::close(fd);
@@ -201,6 +329,10 @@ int FaultyFileSystem::Link(const std::string& from, const std::string& to) {
 int FaultyFileSystem::Stat(const std::string& path, struct stat* st) {
   QUELLOR_FAULT(FsOp::kStat, path);
   return FileSystem::Stat(path, st);
+}
+int FaultyFileSystem::Lstat(const std::string& path, struct stat* st) {
+  QUELLOR_FAULT(FsOp::kStat, path);
+  return FileSystem::Lstat(path, st);
 }
 int FaultyFileSystem::Fstat(int fd, struct stat* st) {
   QUELLOR_FAULT(FsOp::kStat, "");

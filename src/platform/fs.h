@@ -28,6 +28,8 @@ class FileSystem {
   virtual int Rename(const std::string& from, const std::string& to);
   virtual int Link(const std::string& from, const std::string& to);
   virtual int Stat(const std::string& path, struct stat* st);
+  // Like Stat, but a symlink is reported as itself, never followed.
+  virtual int Lstat(const std::string& path, struct stat* st);
   virtual int Fstat(int fd, struct stat* st);
   virtual int Mkdir(const std::string& path, int mode);
   virtual int Rmdir(const std::string& path);
@@ -38,6 +40,13 @@ class FileSystem {
   virtual int Fsync(int fd);
   virtual int SyncDir(const std::string& dir);
 };
+
+// Confines the plain seam to an installation root: below it no symlink is ever followed, neither
+// as the last component of a path nor as a folder on the way (the root itself may be one). Opens
+// never follow a final symlink anywhere and never block on a FIFO.
+void ConfineToRoot(const std::string& root);
+// Whether `path` lies strictly below the confined root.
+bool BelowConfinedRoot(const std::string& path);
 
 // The seam in force for the process (a plain FileSystem unless a test installs another).
 FileSystem& Fs();
@@ -65,6 +74,7 @@ class FaultyFileSystem : public FileSystem {
   int Rename(const std::string& from, const std::string& to) override;
   int Link(const std::string& from, const std::string& to) override;
   int Stat(const std::string& path, struct stat* st) override;
+  int Lstat(const std::string& path, struct stat* st) override;
   int Fstat(int fd, struct stat* st) override;
   int Mkdir(const std::string& path, int mode) override;
   int List(const std::string& dir, std::vector<std::string>* names,

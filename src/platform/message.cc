@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/errors.h"
+#include "platform/files.h"
 #include "platform/fs.h"
 #include "platform/names.h"
 #include "platform/text.h"
@@ -270,24 +271,6 @@ size_t ReadFully(int fd, char* buf, size_t n) {
   return got;
 }
 
-void WriteFully(int fd, const char* buf, size_t n) {
-  while (n > 0) {
-    long r = Fs().Write(fd, buf, n);
-    if (r == -EINTR) continue;
-    if (r < 0) RaiseErrno(static_cast<int>(-r));
-    if (r == 0) RaiseErrno(ENOSPC);
-    buf += r;
-    n -= static_cast<size_t>(r);
-  }
-}
-
-std::string FolderOf(const std::string& path) {
-  size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
-
 }  // namespace
 
 struct MessageComponent::Impl {
@@ -401,7 +384,7 @@ int MessageComponent::Open(const std::string& path) {
   try {
     std::optional<std::string> actual = ResolveExisting(path);
     if (!actual) return kErrFileNotFound;
-    int fd = Fs().Open(*actual, O_RDONLY | O_CLOEXEC, 0);
+    int fd = OpenRegular(*actual, O_RDONLY, 0);
     if (fd < 0) return ErrorNumberFromErrno(-fd);
     Descriptor file(fd);
     impl_->ReadHeaderBlock(file.get());
@@ -452,7 +435,7 @@ void MessageComponent::Save(const std::string& path) {
   Impl& m = *impl_;
   if (!m.open) Raise(kErrBadFileNumber);
 
-  int fd = Fs().Open(m.source, O_RDONLY | O_CLOEXEC, 0);
+  int fd = OpenRegular(m.source, O_RDONLY, 0);
   if (fd < 0) RaiseErrno(-fd);
   Descriptor source(fd);
   struct stat source_stat;
@@ -467,52 +450,21 @@ void MessageComponent::Save(const std::string& path) {
   }
 
   const std::string target = ResolveForCreate(path);
-  const std::string folder = FolderOf(target);
-  const std::string base = target.substr(target.rfind('/') + 1).substr(0, 200);
   struct stat target_stat;
-  const bool over_source = Fs().Stat(target, &target_stat) == 0 &&
+  const bool over_source = Fs().Lstat(target, &target_stat) == 0 &&
                            target_stat.st_dev == source_stat.st_dev &&
                            target_stat.st_ino == source_stat.st_ino;
-  // A hidden name in the target's folder: no listing of ordinary files ever sees it.
-  std::string temp;
-  Descriptor out;
-  for (int attempt = 0; out.get() < 0; ++attempt) {
-    temp = folder + "/." + base + "." + std::to_string(::getpid()) + "." + std::to_string(attempt) +
-           ".part";
-    struct timespec before = FolderStamp(temp);
-    int t = Fs().Open(temp, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, source_stat.st_mode & 0777);
-    if (t >= 0) {
-      out.Reset(t);
-      NoteCreated(temp, before);
-    } else if (t != -EEXIST || attempt >= 100) {
-      RaiseErrno(-t);
-    }
-  }
-
   const std::string edited = m.EditedHeader();
-  try {
-    WriteFully(out.get(), edited.data(), edited.size());
-    std::string block(kCopyBlock, '\0');
-    for (;;) {
-      size_t got = ReadFully(source.get(), block.data(), block.size());
-      WriteFully(out.get(), block.data(), got);
-      if (got < block.size()) break;
-    }
-    source.Close();
-    if ((rc = Fs().Fsync(out.get())) < 0) RaiseErrno(-rc);
-    if ((rc = out.Close()) < 0) RaiseErrno(-rc);
-    struct timespec before = FolderStamp(target);
-    if ((rc = Fs().Rename(temp, target)) < 0) RaiseErrno(-rc);
-    NoteCreated(target, before);
-    NoteRemoved(temp, before);
-  } catch (...) {
-    out.Close();
-    struct timespec before = FolderStamp(temp);
-    if (Fs().Unlink(temp) == 0) NoteRemoved(temp, before);
-    throw;
+  AtomicReplacement replacement(target, static_cast<int>(source_stat.st_mode & 0777));
+  replacement.file().Write(edited);
+  std::string block(kCopyBlock, '\0');
+  for (;;) {
+    size_t got = ReadFully(source.get(), block.data(), block.size());
+    replacement.file().Write(std::string_view(block.data(), got));
+    if (got < block.size()) break;
   }
-  // The new name is in place; making the folder entry durable is best effort.
-  Fs().SyncDir(folder);
+  source.Close();
+  replacement.Commit();
 
   // Saved over the opened file itself: the edited header block is now the file's own, so a
   // further edit and save start from it.

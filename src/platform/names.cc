@@ -140,6 +140,13 @@ int Scan(const std::string& folder, FolderIndex& index) {
   return 0;
 }
 
+// The entry itself: below the installation root a symlink is reported as a symlink (so it is
+// neither an ordinary file nor a folder); the root and the folders above it are followed.
+int EntryStat(const std::string& path, struct stat* st) {
+  if (BelowConfinedRoot(path)) return Fs().Lstat(path, st);
+  return Fs().Stat(path, st);
+}
+
 // A failed call (-errno) that says something else than "no such entry": the search failed.
 bool SearchFailed(int r) {
   return r != 0 && r != -ENOENT && r != -ENOTDIR;
@@ -169,7 +176,7 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
     auto hit = index.by_folded.find(folded);
     if (hit != index.by_folded.end()) {
       std::string full = Join(folder, hit->second);
-      int r = Fs().Stat(full, st);
+      int r = EntryStat(full, st);
       if (r == 0) return full;
       if (err && SearchFailed(r)) {
         *err = -r;
@@ -193,7 +200,7 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
 // ResolveExisting on a clean, safe path; fills `st` for the entry found.
 std::optional<std::string> ResolveClean(const std::string& path, struct stat* st,
                                         int* err = nullptr) {
-  int r = Fs().Stat(path, st);
+  int r = EntryStat(path, st);
   if (r == 0) return path;
   if (err && SearchFailed(r)) {
     *err = -r;
@@ -386,10 +393,11 @@ std::vector<std::string> ListFiles(const std::string& folder, std::string_view p
   for (size_t i = 0; i < names.size(); ++i) {
     const std::string& n = names[i];
     if (IsHiddenName(n) || !MatchesPattern(n, pattern)) continue;
+    // A symlink is never listed, whatever it points at.
     bool regular = types[i] == DT_REG;
-    if (types[i] == DT_UNKNOWN || types[i] == DT_LNK) {
+    if (types[i] == DT_UNKNOWN) {
       struct stat st;
-      regular = Fs().Stat(Join(*actual, n), &st) == 0 && S_ISREG(st.st_mode);
+      regular = Fs().Lstat(Join(*actual, n), &st) == 0 && S_ISREG(st.st_mode);
     }
     if (regular) keyed.emplace_back(AsciiFolded(n), std::move(names[i]));
   }

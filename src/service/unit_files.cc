@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "config/context.h"
+#include "platform/files.h"
 
 extern char** environ;
 
@@ -56,26 +57,14 @@ std::string UnitWord(std::string_view word) {
   return out + "\"";
 }
 
-// Writes a whole file under a temporary name and renames it into place, so systemd never reads a
-// half-written unit.
+// Writes a whole file atomically, so systemd never reads a half-written unit.
 bool WriteFileAtomically(const std::string& path, const std::string& text) {
-  const std::string temporary = path + ".tmp";
-  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
-  size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<size_t>(n);
-  }
-  const bool written = done == text.size() && ::fsync(fd) == 0;
-  const bool closed = ::close(fd) == 0;
-  if (!written || !closed || ::rename(temporary.c_str(), path.c_str()) != 0) {
-    ::unlink(temporary.c_str());
+  try {
+    ReplaceWholeFile(path, text);
+    return true;
+  } catch (const std::exception&) {
     return false;
   }
-  return true;
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "spool/lists.h"
 
+#include <memory>
+
 #include "logs/primitives.h"
 #include "platform/errors.h"
 #include "platform/files.h"
@@ -7,6 +9,7 @@
 #include "platform/names.h"
 #include "platform/text.h"
 #include "spool/address.h"
+#include "spool/stages/lines.h"
 
 namespace quellor {
 
@@ -101,15 +104,18 @@ void AddListEntry(Context& ctx, const std::string& lista, const std::string& nue
     if (listed) return;
   }
 
-  std::string work = lista.substr(0, lista.size() - 4) + ".TMP";
-  // A work file left over from an interrupted call is appended to: its lines stay in front.
+  // The list is rewritten as a whole into a fresh temporary file beside it and put in place in
+  // one rename: a crash leaves the old list or the new one, and no work file of an earlier call
+  // is ever written into again.
   bool ok = true;
   auto step = [&](auto&& statement) { ok = guard(statement) && ok; };
   // The list is opened before the work file. A missing list is not opened at all: the new list
   // holds the new entry alone.
-  TextFile in, out;
+  TextFile in;
+  std::unique_ptr<AtomicReplacement> out;
   if (exists) step([&] { in = OpenFile(ctx, lista, "INPUT"); });
-  step([&] { out = OpenFile(ctx, work, "APPEND"); });
+  step([&] { out = std::make_unique<AtomicReplacement>(lista); });
+  if (!out) return;
   bool written = false;
   if (exists) {
     bool end = true;
@@ -119,21 +125,16 @@ void AddListEntry(Context& ctx, const std::string& lista, const std::string& nue
       step([&] { line = in.ReadLine(); });
       if (!ok) break;
       if (!written && Trim(UCase(line)).compare(upper) >= 0) {
-        step([&] { out.WriteLine(entry); });
+        step([&] { out->file().WriteLine(OneLine(entry)); });
         written = true;
       }
-      step([&] { out.WriteLine(line); });
+      step([&] { out->file().WriteLine(line); });
     }
     step([&] { in.Close(); });
   }
-  if (!written) step([&] { out.WriteLine(entry); });
-  step([&] { out.Close(); });
-  // An incomplete work file must not replace the list (entries would be lost); it stays as it
-  // is, like one left by an interrupted call, since it may hold the only copy of the list.
-  if (!ok) return;
-  DeleteFile(ctx, lista);
-  CopyFile(ctx, work, lista);
-  DeleteFile(ctx, work);
+  if (!written) step([&] { out->file().WriteLine(OneLine(entry)); });
+  // An incomplete copy must not replace the list (entries would be lost): the old list stays.
+  if (ok) guard([&] { out->Commit(); });
 }
 
 void ScanEmailsinString(Context& ctx, const std::string& cadena, const std::string& /*lista*/) {

@@ -14,6 +14,8 @@
 
 #include "commands.h"
 #include "config/context.h"
+#include "platform/errors.h"
+#include "platform/files.h"
 #include "platform/names.h"
 
 namespace quellor::ctl {
@@ -211,23 +213,18 @@ class Installer {
       bytes += "\r\n";
     }
     const std::string actual = ResolveForCreate(path);
-    // O_EXCL: a file that appeared meanwhile, or a link left in its place, is never written.
-    const int fd = ::open(actual.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) {
-      errno == EEXIST ? Say("kept", actual) : Fail(actual, std::strerror(errno));
-      return;
-    }
-    size_t done = 0;
-    while (done < bytes.size()) {
-      const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
-      done += static_cast<size_t>(n);
-    }
-    const bool complete = done == bytes.size();
-    const int write_errno = errno;
-    if (::close(fd) != 0 || !complete) {
-      Fail(actual, std::strerror(complete ? errno : write_errno));
+    // Written whole under a temporary name and linked into place: a crash leaves no half file,
+    // and a file that appeared meanwhile, or a link left in its place, is never written.
+    try {
+      AtomicReplacement replacement(actual);
+      replacement.file().Write(bytes);
+      replacement.Commit(/*keep_existing=*/true);
+    } catch (const RuntimeError& e) {
+      if (e.number() == kErrFileExists) {
+        Say("kept", actual);
+      } else {
+        Fail(actual, e.description());
+      }
       return;
     }
     Say("created", actual);

@@ -65,14 +65,13 @@ void Deliver(PassRun& p, DeliveryRoute route) {
   // The envelope first: the host server takes a pair only when both files are there.
   const std::string local = ctx.Path("LOCAL/" + newid);
   TextFile envelope;
-  p.Step([&] { envelope = OpenFile(ctx, local + ".WAI", "OUTPUT", 1); });
+  p.Step([&] { envelope = OpenNewFile(ctx, local + ".WAI", 1); });
   if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(OneLine(s.sender)); });
   p.Step([&] { envelope.WriteLine(OneLine(s.recipient)); });
   p.Step([&] { envelope.Close(); });
 
-  p.Step([&] { CopyFile(ctx, message, local + ".EML"); });
-  p.Wrote(local + ".EML");
+  WriteLocalMessage(p, message, local);
 
   p.Step([&] {
     Statuslog(ctx, "Sent     - <" + s.sender + "> to <" + s.recipient + info.suffix, 2, ".log");

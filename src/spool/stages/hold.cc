@@ -100,7 +100,21 @@ void Hold(PassRun& p, bool validation_off) {
   p.Mark(2506);
   const int16_t count = safe ? TodaysHeld(p, folder) : 0;
   // The message just held is one of today's envelopes: a count of 1 means it is the first.
-  if (count <= 1 && !validation_off) ComposeRequest(p);
+  if (count <= 1 && !validation_off) {
+    // A request to an empty sender, or one that holds no address, could never arrive: the mail
+    // stays held, and no request goes out.
+    if (s.sender.find('@') == std::string::npos) {
+      // Worded without "to <" so that the user's statistics count nothing for it.
+      p.Step([&] {
+        Statuslog(ctx,
+                  "No request - <" + OneLine(s.sender) + "> is no address, held for <" +
+                      s.recipient + ">",
+                  2, ".log");
+      });
+      return;
+    }
+    ComposeRequest(p);
+  }
 }
 
 }  // namespace quellor

@@ -1,5 +1,9 @@
 #include "spool/stages/lines.h"
 
+#include <chrono>
+#include <unordered_map>
+
+#include "logs/primitives.h"
 #include "platform/files.h"
 #include "platform/message.h"
 #include "platform/names.h"
@@ -8,11 +12,11 @@
 namespace quellor {
 
 std::string OneLine(std::string value) {
-  // On purpose unlike every other text, which is written as it stands: CR and LF inside a value
-  // written as one line become blanks, so no subject can add a header line and no address an
-  // envelope line.
+  // On purpose unlike every other text, which is written as it stands: CR, LF and NUL inside a
+  // value written as one line become blanks, so no subject can add a header line and no address
+  // an envelope line.
   for (char& c : value) {
-    if (c == '\r' || c == '\n') c = ' ';
+    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
   }
   return value;
 }
@@ -24,10 +28,34 @@ std::string FreeQueueName(Context& ctx, const std::string& folder) {
     }
     return false;
   };
-  std::string id = nextid(ctx);
-  // Bounded: with a frozen clock every draw could repeat, and a name is still better than none.
-  for (int tries = 0; tries < 1000 && taken(id); ++tries) id = nextid(ctx);
-  return id;
+  // A second holds 1000 names (date and time, then 1 to 1000). When the drawn one is taken, the
+  // others of its second are tried in turn from where the last search of that second stopped
+  // (those before were all taken); when all are taken, the next second brings fresh ones.
+  struct Cursor {
+    std::string second;
+    int next = 1;
+  };
+  static std::unordered_map<std::string, Cursor> cursors;
+  for (;;) {
+    std::string id = nextid(ctx);
+    if (!taken(id)) return id;
+    if (id.size() < 15) continue;  // not of the designed form: draw again
+    Cursor& cursor = cursors[ctx.Path(folder)];
+    if (cursor.second != id.substr(0, 14)) cursor = {id.substr(0, 14), 1};
+    for (; cursor.next <= 1000; ++cursor.next) {
+      std::string other = cursor.second + std::to_string(cursor.next);
+      if (!taken(other)) return other;
+    }
+    ctx.sleeper.Sleep(std::chrono::milliseconds(1000));
+  }
+}
+
+void WriteLocalMessage(PassRun& p, const std::string& message, const std::string& local) {
+  Context& ctx = p.ctx;
+  p.Step([&] { CopyNewFile(ctx, message, local + ".TMP"); });
+  p.Step([&] { SyncFile(local + ".TMP"); });
+  p.Step([&] { NameFile(ctx, local + ".TMP", local + ".EML"); });
+  p.Wrote(local + ".EML");
 }
 
 bool OpenForMarking(PassRun& p, const std::string& message) {

@@ -8,13 +8,18 @@
 
 namespace quellor {
 
-// A value written as one envelope, header or list line, with every CR and LF made a blank.
+// A value written as one envelope, header or list line, with every CR, LF and NUL made a blank.
 std::string OneLine(std::string value);
 
 // A fresh name from nextid whose files are not yet in the queue folder `folder` ("LOCAL/",
 // "OUT/"): nextid alone rejects a name only when it is taken in all three queues at once, and a
-// new pair must never overwrite another one.
+// new pair must never overwrite another one. When every name of the current second is taken,
+// it waits (through the context's sleeper) for the next second.
 std::string FreeQueueName(Context& ctx, const std::string& folder);
+
+// Copies `message` into the local queue as `<local>.EML`: written as `<local>.TMP`, flushed, and
+// named `.EML` once complete, so the host server never takes half a message.
+void WriteLocalMessage(PassRun& p, const std::string& message, const std::string& local);
 
 // Opens a message in the message component to mark it: only messages under 1000 KB that the
 // component can open are marked; the others are delivered unchanged.

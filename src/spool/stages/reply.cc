@@ -103,12 +103,12 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   MarkReleased(p, message, held);
 
   // The envelope keeps its three lines: released mail carries its subject to the host.
-  const std::string local_envelope = ctx.Path("LOCAL/" + newid + ".WAI");
-  const std::string local_message = ctx.Path("LOCAL/" + newid + ".EML");
-  p.Step([&] { CopyFile(ctx, envelope, local_envelope); });
+  const std::string local = ctx.Path("LOCAL/" + newid);
+  const std::string local_envelope = local + ".WAI";
+  const std::string local_message = local + ".EML";
+  p.Step([&] { CopyNewFile(ctx, envelope, local_envelope); });
   p.Wrote(local_envelope);
-  p.Step([&] { CopyFile(ctx, message, local_message); });
-  p.Wrote(local_message);
+  WriteLocalMessage(p, message, local);
 
   // The held pair goes only once both copies are safely on the disk: a copy that gave up must
   // not cost the message, which then simply stays held.
