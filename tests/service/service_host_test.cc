@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <csignal>
 #include <string>
@@ -27,7 +28,9 @@ class SilentServiceManager : public ServiceManager {
   std::string ComputerName() override { return "mailhost"; }
 };
 
-// Signals that arrive during a pass are served after it; a paused service still passes.
+// Signals that arrive during a pass are served after it; a paused service still passes. On a busy
+// machine further ticks may fall due before a signal is served: the passes they run are counted
+// as one.
 TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
   TempTree tree;
   tree.Write("IN/1.EML", "x");
@@ -40,23 +43,28 @@ TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
   options.keepalive_interval = std::chrono::hours(1);
   options.status_port = 0;  // any free port
   options.window_port = 0;
+  const Entry pass{0, 0, "pass"};
+  const Entry paused{1, 109, "Service paused"};
   int passes = 0;
+  bool stopping = false;
   options.pass = [&] {
-    ++passes;
-    log.entries.push_back({0, 0, "pass " + std::to_string(passes)});
-    if (passes == 2) std::raise(SIGUSR1);
-    if (passes == 3) std::raise(SIGTERM);
+    // The pass's entry comes after the signal it raises: a signal served at once would come first.
+    if (++passes == 2) std::raise(SIGUSR1);
+    if (!stopping && std::ranges::count(log.entries, paused) == 1) {
+      stopping = true;
+      std::raise(SIGTERM);
+    }
+    log.entries.push_back(pass);
     tree.ctx.window.total.Set("0");
   };
   ServiceHost host(io, tree.ctx, log, manager, options);
   EXPECT_EQ(host.Run(), 0);
-  EXPECT_EQ(log.entries, (std::vector<Entry>{{0, 0, "pass 1"},
-                                             kClosing,
-                                             {0, 0, "pass 2"},
-                                             {1, 109, "Service paused"},
-                                             kClosing,
-                                             {0, 0, "pass 3"},
-                                             kClosing}));
+  log.entries.erase(
+      std::unique(log.entries.begin(), log.entries.end(),
+                  [&](const Entry& a, const Entry& b) { return a == pass && b == pass; }),
+      log.entries.end());
+  EXPECT_EQ(log.entries,
+            (std::vector<Entry>{pass, kClosing, pass, paused, kClosing, pass, kClosing}));
   EXPECT_EQ(tree.ctx.window.starttime, "16 Nov 2026 10:00:00");
 }
 
