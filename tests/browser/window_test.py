@@ -253,11 +253,14 @@ def main():
         options.binary_location = "/usr/bin/chromium"
         for arg in ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
                     "--no-first-run", "--disable-background-networking",
-                    "--disable-component-update", "--disable-sync", "--window-size=1100,640",
+                    "--disable-component-update", "--disable-sync",
                     "--user-data-dir=" + os.path.join(work, "profile")]:
             options.add_argument(arg)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         driver = webdriver.Chrome(service=DriverService("/usr/bin/chromedriver"), options=options)
+        # The page itself 1100 by 640, whatever room the headless window keeps for itself.
+        driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                               {"width": 1100, "height": 640, "deviceScaleFactor": 1, "mobile": False})
         run(driver, base, status_port)
     except Exception:
         check("browser test ran to its end", False, traceback.format_exc())
