@@ -26,10 +26,14 @@ std::string User(int i) {
   return name;
 }
 std::string Friend(int user, int j) {
-  return "f" + std::to_string(j) + "." + std::to_string(user) + "@friends.test";
+  char name[64];
+  std::snprintf(name, sizeof name, "f%d.%d@friends.test", j, user);
+  return name;
 }
 std::string Stranger(int k) {
-  return "s" + std::to_string(k) + "@strangers.test";
+  char name[48];
+  std::snprintf(name, sizeof name, "s%d@strangers.test", k);
+  return name;
 }
 
 void WriteLines(const std::string& path, const std::vector<std::string>& lines) {

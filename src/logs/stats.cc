@@ -76,7 +76,10 @@ void UpdateStatistics(Context& ctx, const std::string& text, std::string& user) 
     counts[category + 4] = CLng(static_cast<double>(counts[category + 4]) + 1);
   }
   std::string out = date;
-  for (int32_t c : counts) out += "|" + std::to_string(c);
+  for (int32_t c : counts) {
+    out += '|';
+    out += std::to_string(c);
+  }
   // Replaced as a whole: a crash leaves the old counts or the new ones.
   ReplaceWholeFile(path, out + "\r\n");
 }

@@ -101,13 +101,13 @@ TEST(QuellorProgramTest, DebugRunPassesDroppedMailAndStopsOnSigterm) {
                                {"QUELLOR_WINDOW_PORT", FreePort()}});
   ASSERT_TRUE(program.started());
   // The Start event's entry, echoed on standard error, comes once start-up is over.
-  ASSERT_TRUE(program.WaitForError("[type 109, id 1] [0] \n", std::chrono::seconds(10)))
+  ASSERT_TRUE(program.WaitForError("[type 109, id 1] [0] \n", std::chrono::seconds(30)))
       << program.error_text();
 
   tree.WriteLines("IN/20261116100000001.WAI", {"alice@far.example", "bob@x.org"});
   tree.Write("IN/20261116100000001.EML",
              "From: alice@far.example\r\nTo: bob@x.org\r\nSubject: hi\r\n\r\nHello.\r\n");
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (std::chrono::steady_clock::now() < limit &&
          !(tree.List("IN").empty() && tree.List("LOCAL").size() == 2)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));

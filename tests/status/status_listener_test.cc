@@ -24,6 +24,7 @@ using tcp = asio::ip::tcp;
 using namespace std::chrono_literals;
 using testing::FreePort;
 using testing::LoopThread;
+using testing::WaitUntil;
 
 struct Received {
   bool connected = false;
@@ -32,24 +33,30 @@ struct Received {
 };
 
 // Connects from `source` (a loopback address) and reads until the service closes.
-Received Query(const std::string& source, uint16_t port, int attempts = 50) {
+Received Query(const std::string& source, uint16_t port) {
   Received r;
   asio::io_context io;
-  for (int i = 0; i < attempts && !r.connected; ++i) {
-    tcp::socket s(io);
+  tcp::socket s(io);
+  // Nothing listens while another reply is in flight: retry, as clients must.
+  r.connected = WaitUntil([&] {
     boost::system::error_code ec;
+    s.close(ec);
     s.open(tcp::v4());
     s.bind(tcp::endpoint(asio::ip::make_address(source), 0));
     s.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port), ec);
-    if (ec) {
-      // Nothing listens while another reply is in flight: retry, as clients must.
-      std::this_thread::sleep_for(10ms);
-      continue;
-    }
-    r.connected = true;
-    asio::read(s, asio::dynamic_buffer(r.bytes), r.end);
-  }
+    return !ec;
+  });
+  if (r.connected) asio::read(s, asio::dynamic_buffer(r.bytes), r.end);
   return r;
+}
+
+// A client that connects and then never reads.
+std::unique_ptr<tcp::socket> ConnectIdle(asio::io_context& io, uint16_t port) {
+  auto s = std::make_unique<tcp::socket>(io);
+  s->open(tcp::v4());
+  s->set_option(asio::socket_base::receive_buffer_size(4096));
+  s->connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+  return s;
 }
 
 class StatusListenerTest : public ::testing::Test {
@@ -90,13 +97,10 @@ class StatusListenerTest : public ::testing::Test {
   bool Listening() {
     return loop.Do([&] { return listener->listening(); });
   }
-  bool WaitListening(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!Listening()) {
-      if (std::chrono::steady_clock::now() > end) return false;
-      std::this_thread::sleep_for(5ms);
-    }
-    return true;
+  // True once the timer has ticked `n` more times.
+  bool WaitTicks(int n) {
+    const int seen = ticks.load();
+    return WaitUntil([&] { return ticks.load() >= seen + n; });
   }
 
   testing::TempTree tree;
@@ -161,29 +165,35 @@ TEST_F(StatusListenerTest, ClientThatNeverReadsDoesNotStallTheLoopAndIsDroppedAf
   loop.Do([&] {
     for (int i = 0; i < 20000; ++i)
       tree.ctx.window.domainlist.Add(std::string(500, 'd') + std::to_string(i));
-    listener->set_send_timeout(1500ms);
+    listener->set_send_timeout(1h);
   });
   StartTicker(20ms);
 
+  // While the reply waits on the stalled client, the timer keeps ticking.
   asio::io_context io;
-  tcp::socket idle(io);
-  idle.open(tcp::v4());
-  idle.set_option(asio::socket_base::receive_buffer_size(4096));
-  idle.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
-  std::this_thread::sleep_for(400ms);
-  EXPECT_GE(ticks.load(), 5);
-  EXPECT_FALSE(Listening());  // the reply is still in flight
-  ASSERT_TRUE(WaitListening(5s));
+  auto stalled = ConnectIdle(io, port);
+  ASSERT_TRUE(WaitUntil([&] { return !Listening(); }));  // taken: the reply is in flight
+  ASSERT_TRUE(WaitTicks(5));
+  EXPECT_FALSE(Listening());  // still in flight
+  // That client goes away with a reset; the failed send ends its connection.
+  stalled->set_option(asio::socket_base::linger(true, 0));
+  stalled->close();
+  ASSERT_TRUE(WaitUntil([&] { return Listening(); }));
+
+  // The next stalled client is dropped once the send timeout runs out.
+  loop.Do([&] { listener->set_send_timeout(100ms); });
+  stalled = ConnectIdle(io, port);
+  const std::string timed_out =
+      "Quellor - statusws_connectionRequest - # 10060 - Connection is timed out";
+  EXPECT_TRUE(WaitUntil([&] {
+    return tree.Read("LOG/system.log").find(timed_out) != std::string::npos;
+  })) << tree.Read("LOG/system.log");
 
   const std::string reply = loop.Do([&] {
     listener->set_send_timeout(10s);
     return BuildStatusReply(tree.ctx.window);
   });
   EXPECT_EQ(Query("127.0.0.1", port).bytes, reply);
-  const std::string errors = tree.Read("LOG/system.log");
-  EXPECT_NE(errors.find("Quellor - statusws_connectionRequest - # 10060 - Connection is timed out"),
-            std::string::npos)
-      << errors;
 }
 
 TEST_F(StatusListenerTest, BurstOfConnectionsLeavesTimersRunningAndTheServiceAnswering) {
@@ -191,15 +201,13 @@ TEST_F(StatusListenerTest, BurstOfConnectionsLeavesTimersRunningAndTheServiceAns
 
   asio::io_context io;
   std::vector<std::unique_ptr<tcp::socket>> held;
-  const int before = ticks.load();
   for (int i = 0; i < 200; ++i) {
     auto s = std::make_unique<tcp::socket>(io);
     boost::system::error_code ec;
     s->connect(tcp::endpoint(asio::ip::address_v4::loopback(), port), ec);
     held.push_back(std::move(s));  // kept open and never read
   }
-  std::this_thread::sleep_for(100ms);
-  EXPECT_GT(ticks.load(), before);
+  EXPECT_TRUE(WaitTicks(5));
   held.clear();
   EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
 }
@@ -219,10 +227,10 @@ TEST_F(StatusListenerTest, PortHeldByAnotherProgramIsRetriedUntilFree) {
     return 0;
   });
   EXPECT_EQ(number, 10048);  // "Address in use"
-  std::this_thread::sleep_for(100ms);
   EXPECT_FALSE(Listening());
+  std::this_thread::sleep_for(100ms);  // retries meet the held port meanwhile, however many run
   holder.reset();
-  ASSERT_TRUE(WaitListening(2s));
+  ASSERT_TRUE(WaitUntil([&] { return Listening(); }));
   EXPECT_EQ(Query("127.0.0.1", port).bytes, kFullReply);
 }
 
