@@ -9,7 +9,8 @@ $SUDO apt-get install -y -qq --no-install-recommends \
   build-essential g++ cmake ninja-build pkg-config ccache clang-format time procps git \
   libgmime-3.0-dev libboost1.81-dev libsystemd-dev libfmt-dev libcli11-dev \
   libgtest-dev libgmock-dev googletest libbenchmark-dev \
-  chromium fonts-dejavu-core curl ca-certificates >/dev/null
+  chromium fonts-dejavu-core curl ca-certificates \
+  debhelper dpkg-dev fakeroot lintian systemd adduser >/dev/null
 # Node.js drives the browser test; a machine that already has a Node.js with npm keeps it
 # (Debian's npm package conflicts with other Node.js builds).
 if ! command -v npm >/dev/null 2>&1; then

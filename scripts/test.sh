@@ -14,6 +14,8 @@ if [ -f tests/browser/run.sh ]; then
   echo "== browser test"
   bash tests/browser/run.sh build
 fi
+echo "== package"
+bash tests/package/run.sh
 echo "== tests under ASan+UBSan"
 bash scripts/build.sh build-asan -DQUELLOR_SANITIZE=ON -DQUELLOR_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j2)
