@@ -15,6 +15,8 @@ echo "== browser test"
 bash tests/browser/run.sh build
 echo "== Release build with clang 14, warnings as errors"
 bash scripts/build.sh build-clang -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=clang++-14
+echo "== package"
+bash tests/package/run.sh
 echo "== tests under ASan+UBSan"
 bash scripts/build.sh build-asan -DQUELLOR_SANITIZE=ON -DQUELLOR_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j2)

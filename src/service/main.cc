@@ -25,7 +25,8 @@ int main(int argc, char** argv) {
     case RunMode::kInstall: {
       // Nothing is printed either way; the exit status tells whether the unit was written.
       const std::string unit_dir = UnitDirFromEnvironment();
-      const bool installed = InstallUnit(unit_dir, RootFromEnvironment(), ProgramPath());
+      const bool installed =
+          InstallUnit(unit_dir, RootFromEnvironment(), ProgramPath(), ServiceUserIfPresent());
       if (installed) ReloadSystemd();
       return installed ? 0 : 1;
     }

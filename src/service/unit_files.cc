@@ -1,6 +1,7 @@
 #include "service/unit_files.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
@@ -74,9 +75,59 @@ std::string UnitDirFromEnvironment() {
   return WithTrailingSlash(env && *env ? env : "/etc/systemd/system/");
 }
 
-std::optional<std::string> UnitText(const std::string& root, const std::string& program) {
+std::string ServiceUserIfPresent() {
+  return ::getpwnam(kServiceUser) != nullptr ? kServiceUser : "";
+}
+
+std::optional<std::string> ConfinementText(const std::string& root, const std::string& user) {
+  if (HasControlCharacter(root) || HasControlCharacter(user)) return std::nullopt;
+  // A relative root is taken from the service's working folder, which systemd sets to "/". The
+  // "-" lets the service start (and log what it cannot do) while the root does not exist yet.
+  const std::string writable = "-" + (root.empty() || root.front() != '/' ? "/" + root : root);
+  std::string text;
+  if (!user.empty()) {
+    text += "User=" + UnitWord(user) + "\n";
+    text += "Group=" + UnitWord(user) + "\n";
+  }
+  // Held mail and logs are for the service, its companion and its group only.
+  text += "UMask=0027\n";
+  text += "NoNewPrivileges=yes\n";
+  text += "CapabilityBoundingSet=\n";
+  text += "ProtectSystem=strict\n";
+  text += "ReadWritePaths=" + UnitWord(writable) + "\n";
+  text += "ProtectHome=yes\n";
+  text += "PrivateTmp=yes\n";
+  text += "PrivateDevices=yes\n";
+  text += "PrivateUsers=yes\n";
+  text += "PrivateMounts=yes\n";
+  text += "ProtectHostname=yes\n";
+  text += "ProtectClock=yes\n";
+  text += "ProtectKernelTunables=yes\n";
+  text += "ProtectKernelModules=yes\n";
+  text += "ProtectKernelLogs=yes\n";
+  text += "ProtectControlGroups=yes\n";
+  text += "ProtectProc=invisible\n";
+  text += "ProcSubset=pid\n";
+  text += "RestrictAddressFamilies=AF_INET AF_INET6 AF_UNIX\n";
+  text += "RestrictNamespaces=yes\n";
+  text += "RestrictRealtime=yes\n";
+  text += "RestrictSUIDSGID=yes\n";
+  text += "LockPersonality=yes\n";
+  text += "MemoryDenyWriteExecute=yes\n";
+  text += "RemoveIPC=yes\n";
+  text += "SystemCallArchitectures=native\n";
+  text += "SystemCallFilter=@system-service\n";
+  text += "SystemCallFilter=~@privileged @resources\n";
+  text += "SystemCallErrorNumber=EPERM\n";
+  return text;
+}
+
+std::optional<std::string> UnitText(const std::string& root, const std::string& program,
+                                    const std::string& user) {
   if (HasControlCharacter(root) || HasControlCharacter(program)) return std::nullopt;
   if (program.empty() || program.front() != '/') return std::nullopt;
+  const std::optional<std::string> confinement = ConfinementText(root, user);
+  if (!confinement) return std::nullopt;
   std::string text;
   text += "[Unit]\n";
   text += std::string("Description=") + kServiceDisplayName + "\n";
@@ -85,6 +136,7 @@ std::optional<std::string> UnitText(const std::string& root, const std::string& 
   text += "Type=notify\n";
   text += "Environment=" + UnitWord("QUELLOR_ROOT=" + root) + "\n";
   text += "ExecStart=" + UnitWord(program) + "\n";
+  text += *confinement;
   text += "\n";
   text += "[Install]\n";
   text += "WantedBy=multi-user.target\n";
@@ -100,8 +152,9 @@ std::string ParametersText() {
          "TimerInterval=1000\n";
 }
 
-bool InstallUnit(const std::string& unit_dir, const std::string& root, const std::string& program) {
-  const std::optional<std::string> unit = UnitText(root, program);
+bool InstallUnit(const std::string& unit_dir, const std::string& root, const std::string& program,
+                 const std::string& user) {
+  const std::optional<std::string> unit = UnitText(root, program, user);
   if (!unit) return false;
   if (!WriteFileAtomically(WithTrailingSlash(unit_dir) + UnitFileName(), *unit)) return false;
   // The parameters follow only a successful registration; their failure leaves it in place.

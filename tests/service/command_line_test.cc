@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,12 +39,16 @@ TEST(UnitFilesTest, UnusualPathsAreQuotedOrRefused) {
     std::string root, program;
     const char* environment;  // nullptr: refused
     const char* exec;
+    const char* writable;
   } cases[] = {
       {"/srv/my mail/100%\"\\/", "/opt/$q b/quellor",
        "Environment=\"QUELLOR_ROOT=/srv/my mail/100%%\\\"\\\\/\"\n",
-       "ExecStart=\"/opt/$q b/quellor\"\n"},
-      {"/srv/q/\nExecStartPre=/bin/evil/", "/usr/bin/quellor", nullptr, nullptr},
-      {"/srv/q/", "quellor", nullptr, nullptr},
+       "ExecStart=\"/opt/$q b/quellor\"\n", "ReadWritePaths=\"-/srv/my mail/100%%\\\"\\\\/\"\n"},
+      // systemd runs the service in "/", so that is where a relative root lies.
+      {"demo/", "/usr/bin/quellor", "Environment=QUELLOR_ROOT=demo/\n",
+       "ExecStart=/usr/bin/quellor\n", "ReadWritePaths=-/demo/\n"},
+      {"/srv/q/\nExecStartPre=/bin/evil/", "/usr/bin/quellor", nullptr, nullptr, nullptr},
+      {"/srv/q/", "quellor", nullptr, nullptr, nullptr},
   };
   for (const auto& c : cases) {
     const std::optional<std::string> text = UnitText(c.root, c.program);
@@ -50,7 +56,30 @@ TEST(UnitFilesTest, UnusualPathsAreQuotedOrRefused) {
     if (!text) continue;
     EXPECT_NE(text->find(c.environment), std::string::npos) << *text;
     EXPECT_NE(text->find(c.exec), std::string::npos) << *text;
+    EXPECT_NE(text->find(c.writable), std::string::npos) << *text;
+    EXPECT_EQ(text->find("User="), std::string::npos) << *text;
   }
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// The units the package ships are what "-install" writes for the package's paths, and the
+// companion's carries the same account and confinement.
+TEST(UnitFilesTest, PackagedUnitsCarryTheWrittenConfinement) {
+  const std::string dir = QUELLOR_SOURCE_DIR "/packaging/systemd/";
+  const std::string root = "/var/spool/quellor/";
+  EXPECT_EQ(ReadFile(dir + "Quellor_Quellor.service"),
+            UnitText(root, "/usr/sbin/quellor", kServiceUser));
+  const std::string dregger = ReadFile(dir + "Quellor_Dregger.service");
+  const std::optional<std::string> confinement = ConfinementText(root, kServiceUser);
+  ASSERT_TRUE(confinement);
+  EXPECT_NE(confinement->find("User=quellor\nGroup=quellor\n"), std::string::npos);
+  EXPECT_NE(dregger.find("\nExecStart=/usr/bin/quellor-dregger\n" + *confinement + "\n"),
+            std::string::npos)
+      << dregger;
 }
 
 }  // namespace

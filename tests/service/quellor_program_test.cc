@@ -78,8 +78,8 @@ TEST(UnitFilesTest, InstallWritesUnitAndParametersAndUninstallRemovesBoth) {
             "Environment=QUELLOR_ROOT=" +
                 root +
                 "\n"
-                "ExecStart=" QUELLOR_BINARY_DIR
-                "/quellor\n"
+                "ExecStart=" QUELLOR_BINARY_DIR "/quellor\n" +
+                *ConfinementText(root, ServiceUserIfPresent()) +
                 "\n"
                 "[Install]\n"
                 "WantedBy=multi-user.target\n");
