@@ -65,6 +65,7 @@ void Deliver(PassRun& p, DeliveryRoute route) {
   // The envelope first: the host server takes a pair only when both files are there.
   const std::string local = ctx.Path("LOCAL/" + newid);
   TextFile envelope;
+  p.BeginCopy();
   p.Step([&] { envelope = OpenFile(ctx, local + ".WAI", "OUTPUT", 1); });
   if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(OneLine(s.sender)); });
@@ -73,6 +74,7 @@ void Deliver(PassRun& p, DeliveryRoute route) {
 
   p.Step([&] { CopyFile(ctx, message, local + ".EML"); });
   p.Wrote(local + ".EML");
+  p.EndCopy();
 
   p.Step([&] {
     Statuslog(ctx, "Sent     - <" + s.sender + "> to <" + s.recipient + info.suffix, 2, ".log");
