@@ -217,6 +217,9 @@ constexpr FaultCase kFaults[] = {
 };
 
 TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWithout) {
+  // The faults must bite: without the switch they lose mail, with it they defer some.
+  int lost_without = 0;
+  int deferred_with = 0;
   for (const FaultCase& fault : kFaults) {
     for (const bool safe : {true, false}) {
       SCOPED_TRACE(std::string(fault.name) + (safe ? ", SAFE_DELIVERY=ON" : ", off"));
@@ -235,11 +238,13 @@ TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWi
       ForgetNameIndexes();
       const std::string errors = tree.Read("LOG/system.log") + journal;
       for (const Queued& q : Lost(tree, queue)) {
+        ++lost_without;
         EXPECT_FALSE(safe) << q.token << " lost";
         EXPECT_NE(errors.find(q.stem), std::string::npos) << q.token << " lost without a line";
       }
 
       if (!safe) continue;
+      deferred_with += static_cast<int>(tree.List("DEFER").size());
       Recover(tree, safe);
       EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
       EXPECT_TRUE(tree.List("DEFER").empty());
@@ -254,6 +259,8 @@ TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWi
       }
     }
   }
+  EXPECT_GT(lost_without, 0);
+  EXPECT_GT(deferred_with, 0);
 }
 
 // A child process runs passes with the switch on (and every 5th write failing) and kills itself
