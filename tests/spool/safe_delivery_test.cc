@@ -269,6 +269,7 @@ TEST(SafeDeliveryTest, KilledAtAnyFileCallLosesNothing) {
   TempTree tree;
   const std::vector<Queued> queue = FillQueue(tree);
   std::mt19937 rng(20261116);
+  int killed = 0;
   for (int round = 0; round < 12 && !ListFiles(tree.Path("IN"), "*.EML").empty(); ++round) {
     const long kill_at = 50 + static_cast<long>(rng() % 1500);
     SCOPED_TRACE("killed at call " + std::to_string(kill_at));
@@ -289,9 +290,11 @@ TEST(SafeDeliveryTest, KilledAtAnyFileCallLosesNothing) {
     }
     int status = 0;
     waitpid(pid, &status, 0);
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) ++killed;
     ForgetNameIndexes();
     for (const Queued& q : Lost(tree, queue)) ADD_FAILURE() << q.token << " lost";
   }
+  EXPECT_GT(killed, 3);
   Recover(tree, true);
   EXPECT_TRUE(Lost(tree, queue).empty());
   EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
