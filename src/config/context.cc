@@ -1,5 +1,6 @@
 #include "config/context.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -30,6 +31,14 @@ Context::Context(std::string root_path, Clock& clock_ref, Sleeper& sleeper_ref)
 
 std::string Context::Path(std::string_view relative) const {
   return root + std::string(relative);
+}
+
+void Context::Journal(const std::string& line) {
+  if (journal) {
+    journal(line);
+  } else {
+    std::fprintf(stderr, "%s\n", line.c_str());
+  }
 }
 
 double Context::Rnd() {

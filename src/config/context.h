@@ -3,8 +3,12 @@
 // the clock and sleeper, the configuration settings and the status window's model.
 
 #include <cstdint>
+#include <ctime>
+#include <functional>
+#include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -29,9 +33,17 @@ struct Settings {
   std::string users_auto;     // automatic user provisioning: on only when exactly "YES"
   std::string log = "ON";     // retry log: on only when exactly "ON"
   std::string debug = "OFF";  // window visible unless exactly "OFF"; warnings only when "ON"
+  std::string safe_delivery;  // the loss-free switch: on only when exactly "ON"
 
   bool LogOn() const { return log == "ON"; }
   bool DebugOn() const { return debug == "ON"; }
+  bool SafeDeliveryOn() const { return safe_delivery == "ON"; }
+};
+
+// What the pass keeps between passes while SAFE_DELIVERY is on (names upper-cased).
+struct DeliveryMemory {
+  std::set<std::string> passed_over;            // IN/ message files that could not be removed
+  std::map<std::string, std::time_t> deferred;  // stems moved to DEFER/, and when
 };
 
 // The installation root: QUELLOR_ROOT, or /var/spool/quellor/, always ending with "/".
@@ -47,6 +59,9 @@ class Context {
   std::string Path(std::string_view relative) const;
   // Reports an error to the error log ("log and carry on" sink for guards).
   ErrorSink error_sink();
+  // Writes a line to the journal: where an error-log line goes when the error log cannot be
+  // written and SAFE_DELIVERY is on. Standard error when no journal was given.
+  void Journal(const std::string& line);
   // A uniform random number in [0, 1) from the generator seeded at start-up.
   double Rnd();
   void Seed(uint64_t seed) { rng_.seed(seed); }
@@ -62,6 +77,10 @@ class Context {
   std::string users = "Users";  // per-user folder name
   std::string marker = "Request-ID:";
   int64_t reset_day = 0;  // day number of the last daily reset
+  // The journal writer of the service (see Journal); empty outside the service.
+  std::function<void(const std::string& line)> journal;
+  int64_t give_ups = 0;  // file primitives that gave up so far
+  DeliveryMemory delivery;
 
  private:
   std::mt19937_64 rng_{0};

@@ -32,6 +32,7 @@ constexpr Key kKeys[] = {
     {"USERS_AUTO=", nullptr, &Settings::users_auto},
     {"LOG=", nullptr, &Settings::log},
     {"DEBUG=", nullptr, &Settings::debug},
+    {"SAFE_DELIVERY=", nullptr, &Settings::safe_delivery},
 };
 
 }  // namespace
@@ -41,7 +42,7 @@ void readini(Context& ctx) {
   // LOG and DEBUG keep the start values that start-up gave them.
   s.listening_port = s.server_port = s.gateway_port = 0;
   for (std::string* text : {&s.server, &s.gateway, &s.postmasters, &s.validation_method,
-                            &s.domains_auto, &s.users_auto}) {
+                            &s.domains_auto, &s.users_auto, &s.safe_delivery}) {
     text->clear();
   }
 

@@ -5,9 +5,10 @@
 
 namespace quellor {
 
-// Resets the ports and the six string settings, then reads quellor.ini: keys case-insensitive at
-// the start of a line, values trimmed of blanks and kept as written, the last line wins. LOG and
-// DEBUG keep their start values unless the file sets them. A missing file ends the reading.
+// Resets the ports and the string settings (all but LOG and DEBUG), then reads quellor.ini: keys
+// case-insensitive at the start of a line, values trimmed of blanks and kept as written, the last
+// line wins. LOG and DEBUG keep their start values unless the file sets them. A missing file ends
+// the reading.
 void readini(Context& ctx);
 
 }  // namespace quellor

@@ -1,5 +1,7 @@
 #include "logs/logs.h"
 
+#include <exception>
+
 #include "logs/stats.h"
 #include "platform/files.h"
 #include "platform/guard.h"
@@ -32,9 +34,16 @@ void StripLineEnd(std::string& text) {
 void ErrorLog(Context& ctx, const std::string& label, int number, const std::string& description) {
   std::string line = GeneralDateTime(ctx.clock.LocalNow()) + " : " + label + " - #" +
                      SignedText(number) + " - " + description;
-  TextFile file = TextFile::Open(ctx.Path("LOG/system.log"), OpenMode::kAppend);
-  file.WriteLine(OneLine(line));
-  file.Close();
+  try {
+    TextFile file = TextFile::Open(ctx.Path("LOG/system.log"), OpenMode::kAppend);
+    file.WriteLine(OneLine(line));
+    file.Close();
+  } catch (const std::exception&) {
+    // Kept as the service has always behaved: the failure reaches the caller, past its error
+    // handler, and can cut a pass short between a delivery and the removal of its input pair.
+    if (!ctx.settings.SafeDeliveryOn()) throw;
+    ctx.Journal(OneLine(line));
+  }
 }
 
 void log(Context& ctx, std::string& text, int /*level*/, std::string_view extension) {

@@ -70,6 +70,7 @@ class Attempts {
       ++failures_;
       ctx_.sleeper.Sleep(kPause);
       if (failures_ >= kAttempts) {
+        ++ctx_.give_ups;
         Report(ctx_, to_, what_ + std::string(give_up_));
         return false;
       }

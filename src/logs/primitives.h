@@ -1,7 +1,7 @@
 #pragma once
 // The four file primitives with retries: at most 8 attempts, 100 ms apart, then the operation is
-// abandoned silently. DeleteFile, CopyFile and NameFile post warnings (DEBUG exactly "ON") and
-// retry-log lines (LOG exactly "ON"); OpenFile retries silently.
+// abandoned silently (only counted in Context::give_ups). DeleteFile, CopyFile and NameFile post
+// warnings (DEBUG exactly "ON") and retry-log lines (LOG exactly "ON"); OpenFile retries silently.
 
 #include <string>
 #include <string_view>

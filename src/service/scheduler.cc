@@ -10,6 +10,7 @@
 #include "platform/regional.h"
 #include "platform/text.h"
 #include "service/error_sink.h"
+#include "spool/input_pair.h"
 #include "spool/pass.h"
 
 namespace quellor {
@@ -67,6 +68,8 @@ void Scheduler::Timer1_Timer() {
   bool start = false;
   step([&] { start = w.total.Value() == 0 && !w.start_enabled; });
   if (!start) return;
+  // Pairs that waited long enough in DEFER/ are counted with the rest.
+  step([&] { ReturnDeferred(ctx_); });
   // Refresh and count in one statement: when the listing fails, `total` keeps its text.
   step([&] { CountQueue(ctx_); });
   step([&] {

@@ -43,6 +43,8 @@ ServiceHost::ServiceHost(boost::asio::io_context& io, Context& ctx, EventLog& ev
       signals_(io, SIGTERM, SIGINT, SIGUSR1) {
   signals_.add(SIGUSR2);
   signals_.add(SIGHUP);
+  // With SAFE_DELIVERY on, an error-log line that cannot be written goes to the journal.
+  ctx_.journal = [&events](const std::string& line) { events.LogEvent(1, 0, line); };
 }
 
 int ServiceHost::Run() {

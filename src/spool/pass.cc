@@ -13,6 +13,7 @@
 #include "platform/names.h"
 #include "platform/text.h"
 #include "spool/ids.h"
+#include "spool/input_pair.h"
 #include "spool/pass_run.h"
 #include "spool/stages.h"
 
@@ -37,10 +38,12 @@ void RecipientLoop(PassRun& p, TextFile& envelope) {
   PassState& s = p.s;
   for (;;) {
     bool more = false;
-    // An envelope that did not open ends the loop instead of spinning on it.
-    if (!p.Step([&] { more = !envelope.Eof(); }) || !more) break;
+    // An envelope that did not open ends the loop instead of spinning on it; its recipients
+    // that were not read leave the message unfinished.
+    if (!p.Step([&] { more = !envelope.Eof(); })) return p.Unfinished(0);
+    if (!more) break;
     std::string line;
-    if (!p.Step([&] { line = envelope.ReadLine(); })) break;
+    if (!p.Step([&] { line = envelope.ReadLine(); })) return p.Unfinished(0);
     ReadRecipientLine(p, line);
     CountDomains(p);
     if (s.subject.empty()) {
@@ -106,18 +109,9 @@ void OneMessage(PassRun& p) {
   }
 
   // Everything written for this pair reaches the disk before the pair goes, so a crash at any
-  // moment leaves the message in IN/ or in its new places. A half pair is simply removed.
+  // moment leaves the message in IN/ or in its new places.
   p.FlushWritten();
-  p.Step([&] {
-    if (SafeName(s.message_file) && OrdinaryFileExists(message_path)) {
-      DeleteFile(ctx, message_path);
-    }
-  });
-  p.Step([&] {
-    if (SafeName(s.envelope_name) && OrdinaryFileExists(envelope_path)) {
-      DeleteFile(ctx, envelope_path);
-    }
-  });
+  SettleInputPair(p, complete);
 
   p.Step([&] { w.total.Decrement(); });
   p.Step([&] {
@@ -172,6 +166,9 @@ void quellor(Context& ctx) {
     bool more = false;
     // A counter that cannot be read ends the pass rather than looping on it.
     if (!p.Step([&] { more = w.total.Value() > 0; }) || !more) break;
+    bool left = true;
+    p.Step([&] { left = SkipPassedOver(ctx); });
+    if (!left) break;
     OneMessage(p);
   }
 }

@@ -1,7 +1,9 @@
 #include "spool/pass_run.h"
 
+#include <exception>
 #include <string>
 
+#include "logs/logs.h"
 #include "platform/files.h"
 #include "platform/names.h"
 
@@ -23,9 +25,22 @@ std::string WithoutTrailingSlash(std::string path) {
 }  // namespace
 
 PassRun::PassRun(Context& context)
-    : ctx(context), guard_(context.error_sink(), std::function<std::string()>([this] {
-                             return "Quellor - quellor - errseek =" + std::to_string(s.errseek);
-                           })) {}
+    : ctx(context),
+      guard_(context.error_sink(), std::function<std::string()>([this] { return Label(); })) {}
+
+std::string PassRun::Label() const {
+  return "Quellor - quellor - errseek =" + std::to_string(s.errseek);
+}
+
+void PassRun::Report(int number, const std::string& description) {
+  try {
+    ErrorLog(ctx, Label(), number, description);
+  } catch (const std::exception&) {
+    // Without SAFE_DELIVERY an error log that cannot be written raises: this line is not worth
+    // cutting the pass short for, so it goes to the journal like the safe switch does.
+    ctx.Journal(Label() + " - #" + std::to_string(number) + " - " + description);
+  }
+}
 
 void PassRun::Wrote(const std::string& path) {
   written_files_.push_back(path);
@@ -49,15 +64,17 @@ void PassRun::FlushWritten() {
     if (!parent.empty()) folders.insert(parent);
   }
   for (const std::string& path : written_files_) {
-    Step([&] {
+    const bool synced = Step([&] {
       // A file that a later statement renamed or removed has nothing left to flush.
       if (const auto actual = ResolveExisting(path)) SyncFile(*actual);
     });
+    if (!synced) Unfinished(guard_.last_number());
   }
   for (const std::string& folder : folders) {
-    Step([&] {
+    const bool synced = Step([&] {
       if (const auto actual = ResolveExisting(folder)) SyncFolder(*actual);
     });
+    if (!synced) Unfinished(guard_.last_number());
   }
   written_files_.clear();
   written_folders_.clear();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/context.h"
+#include "platform/errors.h"
 #include "platform/guard.h"
 
 namespace quellor {
@@ -35,15 +36,45 @@ class PassRun {
   explicit PassRun(Context& ctx);
 
   // Runs one statement under the pass's error handler, which logs
-  // "Quellor - quellor - errseek =<marker>" with the error and carries on.
+  // "Quellor - quellor - errseek =<marker>" with the error and carries on. Between BeginCopy and
+  // EndCopy a statement that fails, or whose file primitive gives up, marks the copy as failed.
   template <class F>
   bool Step(F&& statement) {
-    return guard_(std::forward<F>(statement));
+    if (!copying_) return guard_(std::forward<F>(statement));
+    const int64_t give_ups = ctx.give_ups;
+    const bool ok = guard_(std::forward<F>(statement));
+    if (!ok) {
+      Unfinished(guard_.last_number());
+    } else if (ctx.give_ups != give_ups) {
+      Unfinished(kErrPathFileAccess);
+    }
+    return ok;
   }
   void Mark(int16_t marker) { s.errseek = marker; }
 
+  // The statements that write a copy of the current message (into LOCAL/ or WAIT/) run between
+  // these two calls: any of them that fails leaves the message unfinished.
+  void BeginCopy() { copying_ = true; }
+  void EndCopy() { copying_ = false; }
+  // Records that the current message was not routed whole (a copy not written, an envelope not
+  // read to its end), with the error number that says why (0: the last error caught); the first
+  // one counts.
+  void Unfinished(int number) {
+    if (number == 0) number = guard_.last_number();
+    if (unfinished_ == 0) unfinished_ = number != 0 ? number : kErrPathFileAccess;
+  }
+  // The error that left the current message unfinished; 0 when none did.
+  int UnfinishedError() const { return unfinished_; }
+  // Starts afresh for the next message.
+  void NextMessage() { unfinished_ = 0; }
+
+  // Writes one line of the pass's own to the error log (label with the progress marker). Unlike
+  // the error handler it never cuts the pass short when the error log cannot be written.
+  void Report(int number, const std::string& description);
+
   // Records a file or folder written for the current input pair; before the pair is deleted
   // everything recorded is flushed to the disk (FlushWritten), so a crash never loses a message.
+  // A flush that fails leaves the message unfinished.
   void Wrote(const std::string& path);
   void WroteFolder(const std::string& path);
   void FlushWritten();
@@ -52,6 +83,10 @@ class PassRun {
   PassState s;
 
  private:
+  std::string Label() const;
+
+  bool copying_ = false;
+  int unfinished_ = 0;
   Guard guard_;
   std::vector<std::string> written_files_;
   std::set<std::string> written_folders_;

@@ -89,9 +89,9 @@ void ReadHeaders(PassRun& p) {
     p.Step([&] { copy_path = ctx.Path("IN/" + Stem(s.message_file) + ".HDR"); });
     // A copy left by a rewrite that was cut short must not be appended to.
     p.Step([&] { DeleteFile(ctx, copy_path); });
-    p.Step([&] { in = OpenFile(ctx, message_path, "BINARY", 2); });
-    p.Step([&] { out = OpenFile(ctx, copy_path, "APPEND", 3); });
-    p.Step([&] {
+    bool copied = p.Step([&] { in = OpenFile(ctx, message_path, "BINARY", 2); });
+    copied = p.Step([&] { out = OpenFile(ctx, copy_path, "APPEND", 3); }) && copied;
+    copied = p.Step([&] {
       const int64_t length = in.Length();
       while (in.Position() < length) {
         std::string block = in.ReadBlock(8192);
@@ -102,13 +102,18 @@ void ReadHeaders(PassRun& p) {
         }
         out.Write(block);
       }
-    });
+    }) && copied;
     p.Step([&] { in.Close(); });
     // The copy reaches the disk before the original goes, so a power cut cannot lose both.
-    p.Step([&] { out.Sync(); });
-    p.Step([&] { out.Close(); });
-    p.Step([&] { DeleteFile(ctx, message_path); });
-    p.Step([&] { NameFile(ctx, copy_path, message_path); });
+    copied = p.Step([&] { out.Sync(); }) && copied;
+    copied = p.Step([&] { out.Close(); }) && copied;
+    if (copied) {
+      p.Step([&] { DeleteFile(ctx, message_path); });
+      p.Step([&] { NameFile(ctx, copy_path, message_path); });
+    } else {
+      // A copy cut short (a full disk) must not replace the message: it stays unstripped.
+      p.Step([&] { DeleteFile(ctx, copy_path); });
+    }
   }
   p.Mark(11);
 

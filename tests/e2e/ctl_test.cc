@@ -31,8 +31,8 @@ bool AllCrLf(std::string_view bytes) {
   return true;
 }
 
-constexpr const char* kFolders[] = {"IN",    "LOCAL",  "OUT", "WAIT",       "DEBUG",
-                                    "Users", "SYSTEM", "LOG", "LOG/quellor"};
+constexpr const char* kFolders[] = {"IN",    "LOCAL",  "OUT", "WAIT",  "DEBUG",
+                                    "Users", "SYSTEM", "LOG", "DEFER", "LOG/quellor"};
 constexpr const char* kFiles[] = {"quellor.ini",
                                   "DOMAIN.LST",
                                   "SYSTEM/validation.txt",

@@ -23,8 +23,8 @@ namespace quellor::ctl {
 namespace {
 
 // The folders of an installation; WAIT/<user>/ folders are made by the pass itself.
-constexpr const char* kFolders[] = {"IN",    "LOCAL",  "OUT", "WAIT",       "DEBUG",
-                                    "Users", "SYSTEM", "LOG", "LOG/quellor"};
+constexpr const char* kFolders[] = {"IN",    "LOCAL",  "OUT", "WAIT",  "DEBUG",
+                                    "Users", "SYSTEM", "LOG", "DEFER", "LOG/quellor"};
 
 // readini ignores every line that does not begin with a key, so ";" lines explain the keys.
 constexpr std::string_view kIni[] = {
@@ -69,6 +69,15 @@ constexpr std::string_view kIni[] = {
     "; on http://127.0.0.1:10052/ (QUELLOR_WINDOW_PORT changes the port); ON also lists",
     "; retry warnings, validation events and purged messages in it.",
     "DEBUG=OFF",
+    "",
+    "; ON: no mail is ever lost to the classic behaviour, which stays the default:",
+    "; mail held after a validation reply in the same pass is kept in WAIT/; an",
+    "; error log that cannot be written sends its lines to the journal instead of",
+    "; stopping the pass; a message a copy of which could not be written (full disk,",
+    "; read-only folder), or half of a pair, goes to DEFER/ (logged) and back into",
+    "; IN/ after a minute; a message that cannot be taken out of IN/ is skipped, so",
+    "; the queue behind it moves on. Every real installation should turn it on.",
+    "SAFE_DELIVERY=OFF",
     "",
     "; LISTENING_PORT, SERVER_PORT, GATEWAY_PORT, SERVER, GATEWAY and VALIDATION_METHOD",
     "; are accepted for older files and have no effect. The status query port (10051)",

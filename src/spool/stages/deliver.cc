@@ -65,6 +65,7 @@ void Deliver(PassRun& p, DeliveryRoute route) {
   // The envelope first: the host server takes a pair only when both files are there.
   const std::string local = ctx.Path("LOCAL/" + newid);
   TextFile envelope;
+  p.BeginCopy();
   p.Step([&] { envelope = OpenNewFile(ctx, local + ".WAI", 1); });
   if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(OneLine(s.sender)); });
@@ -72,6 +73,7 @@ void Deliver(PassRun& p, DeliveryRoute route) {
   p.Step([&] { envelope.Close(); });
 
   WriteLocalMessage(p, message, local);
+  p.EndCopy();
 
   p.Step([&] {
     Statuslog(ctx, "Sent     - <" + s.sender + "> to <" + s.recipient + info.suffix, 2, ".log");

@@ -23,6 +23,7 @@ void WriteHeld(PassRun& p, const std::string& folder) {
   Context& ctx = p.ctx;
   PassState& s = p.s;
   p.Mark(2503);
+  p.BeginCopy();
   p.Step([&] {
     const std::string dir = folder.substr(0, folder.size() - 1);
     if (!FolderExists(dir)) {
@@ -40,6 +41,7 @@ void WriteHeld(PassRun& p, const std::string& folder) {
   p.Step([&] { envelope.Close(); });
   p.Step([&] { CopyFile(ctx, ctx.Path("IN/" + s.message_file), folder + s.message_file); });
   p.Wrote(folder + s.message_file);
+  p.EndCopy();
   p.Mark(2505);
   p.Step([&] {
     Statuslog(ctx, "Queued - <" + s.sender + "> to <" + s.recipient + "> - wait for validation", 2,
@@ -94,8 +96,8 @@ void Hold(PassRun& p, bool validation_off) {
   const std::string folder = ctx.Path("WAIT/" + s.user + "/");
   // Kept as the pass has always behaved: after a reply in this pass, later held messages are not
   // written into the waiting area (they go with their input pair), yet their senders still get
-  // a validation request.
-  if (!s.reply && safe) WriteHeld(p, folder);
+  // a validation request. SAFE_DELIVERY=ON keeps them.
+  if ((!s.reply || ctx.settings.SafeDeliveryOn()) && safe) WriteHeld(p, folder);
 
   p.Mark(2506);
   const int16_t count = safe ? TodaysHeld(p, folder) : 0;

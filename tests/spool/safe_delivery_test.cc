@@ -1,0 +1,466 @@
+// Whole passes under file-system faults and kills, with and without SAFE_DELIVERY=ON. A message
+// is kept while its token (a line of its body) is in LOCAL/, WAIT/, IN/ or DEFER/. With the
+// switch on none is ever lost (at worst delivered twice); with it off only the designed cases
+// lose mail, and each such loss is named in the error log.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "config/readini.h"
+#include "platform/fs.h"
+#include "platform/names.h"
+#include "service/scheduler.h"
+#include "spool/input_pair.h"
+#include "spool/pass.h"
+#include "support/temp_tree.h"
+
+namespace quellor::testing {
+namespace {
+
+constexpr int kMessages = 24;
+
+struct Queued {
+  std::string stem;
+  std::string token;
+  int recipients = 0;
+};
+
+std::string Slurp(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// Every kind of route: held, forwarded, learned, and a message to all three; every sixth
+// message starts with an envelope line, which the pass strips by rewriting the message file.
+std::vector<Queued> FillQueue(const TempTree& tree) {
+  tree.Write("SYSTEM/validation.txt", "Reply to $email.\r\n");
+  tree.Write("Users/l@y.org.CONF", "MODE=LEARN\r\n");
+  tree.Write("Users/p@y.org.CONF", "MODE=QUELLOR\r\n");
+  std::vector<Queued> queue;
+  for (int i = 0; i < kMessages; ++i) {
+    Queued q{"20261116" + std::to_string(100000000 + i), "token-" + std::to_string(i)};
+    const std::vector<std::vector<std::string>> routes = {
+        {"p@y.org"}, {"f@y.org"}, {"l@y.org"}, {"f@y.org", "p@y.org", "l@y.org"}};
+    std::vector<std::string> envelope = {"s" + std::to_string(i) + "@x.org"};
+    for (const std::string& r : routes[i % 4]) envelope.push_back(r);
+    q.recipients = static_cast<int>(envelope.size()) - 1;
+    tree.WriteLines("IN/" + q.stem + ".WAI", envelope);
+    const std::string from_line = i % 6 == 0 ? "From s@x.org Mon Nov 16 09:00:00 2026\r\n" : "";
+    tree.Write("IN/" + q.stem + ".EML",
+               from_line + "From: s@x.org\r\nSubject: Hi\r\n\r\n" + q.token + "\r\n");
+    queue.push_back(q);
+  }
+  return queue;
+}
+
+// Message files (and rewrite copies) under a folder that hold each token.
+std::map<std::string, int> CountTokens(const std::string& folder) {
+  std::map<std::string, int> counts;
+  if (!std::filesystem::exists(folder)) return counts;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    const std::string ext = entry.path().extension().string();
+    if (!entry.is_regular_file() || (ext != ".EML" && ext != ".HDR")) continue;
+    const std::string text = Slurp(entry.path());
+    const size_t at = text.find("token-");
+    if (at != std::string::npos) ++counts[text.substr(at, text.find('\r', at) - at)];
+  }
+  return counts;
+}
+
+// The tokens of the queue found nowhere (LOCAL/, WAIT/, IN/, DEFER/).
+std::vector<Queued> Lost(const TempTree& tree, const std::vector<Queued>& queue) {
+  std::map<std::string, int> kept;
+  for (const char* folder : {"LOCAL", "WAIT", "IN", "DEFER"}) {
+    for (const auto& [token, n] : CountTokens(tree.Path(folder))) kept[token] += n;
+  }
+  std::vector<Queued> lost;
+  for (const Queued& q : queue) {
+    if (!kept.count(q.token)) lost.push_back(q);
+  }
+  return lost;
+}
+
+// A seam that fails every nth call of one kind whose path holds `part` (descriptor calls are
+// matched by the path they were opened with), and that can kill the process at a given call.
+class EveryNth : public FileSystem {
+ public:
+  EveryNth(FsOp op, int nth, int err, std::string part, long kill_at = 0)
+      : op_(op), nth_(nth), err_(err), part_(std::move(part)), kill_at_(kill_at) {}
+
+  int Open(const std::string& p, int flags, int mode) override {
+    if (Fail(FsOp::kOpen, p)) return -err_;
+    const int fd = FileSystem::Open(p, flags, mode);
+    if (fd >= 0) paths_[fd] = p;
+    return fd;
+  }
+  long Read(int fd, void* b, size_t n) override {
+    return Fail(FsOp::kRead, paths_[fd]) ? -err_ : FileSystem::Read(fd, b, n);
+  }
+  long Pread(int fd, void* b, size_t n, long o) override {
+    return Fail(FsOp::kRead, paths_[fd]) ? -err_ : FileSystem::Pread(fd, b, n, o);
+  }
+  long Write(int fd, const void* b, size_t n) override {
+    return Fail(FsOp::kWrite, paths_[fd]) ? -err_ : FileSystem::Write(fd, b, n);
+  }
+  int Close(int fd) override {
+    const std::string p = paths_[fd];
+    paths_.erase(fd);
+    const int r = FileSystem::Close(fd);
+    return Fail(FsOp::kClose, p) ? -err_ : r;
+  }
+  int Fsync(int fd) override {
+    return Fail(FsOp::kSync, paths_[fd]) ? -err_ : FileSystem::Fsync(fd);
+  }
+  int SyncDir(const std::string& d) override {
+    return Fail(FsOp::kSync, d) ? -err_ : FileSystem::SyncDir(d);
+  }
+  int Unlink(const std::string& p) override {
+    return Fail(FsOp::kUnlink, p) ? -err_ : FileSystem::Unlink(p);
+  }
+  int Rename(const std::string& f, const std::string& t) override {
+    return Fail(FsOp::kRename, t) ? -err_ : FileSystem::Rename(f, t);
+  }
+  int Link(const std::string& f, const std::string& t) override {
+    return Fail(FsOp::kRename, t) ? -err_ : FileSystem::Link(f, t);
+  }
+  int Stat(const std::string& p, struct stat* st) override {
+    return Fail(FsOp::kStat, p) ? -err_ : FileSystem::Stat(p, st);
+  }
+  int Mkdir(const std::string& p, int mode) override {
+    return Fail(FsOp::kMkdir, p) ? -err_ : FileSystem::Mkdir(p, mode);
+  }
+  int List(const std::string& d, std::vector<std::string>* names,
+           std::vector<unsigned char>* types) override {
+    return Fail(FsOp::kList, d) ? -err_ : FileSystem::List(d, names, types);
+  }
+
+ private:
+  bool Fail(FsOp op, const std::string& path) {
+    if (kill_at_ > 0 && ++calls_ == kill_at_) raise(SIGKILL);
+    if (op != op_ || path.find(part_) == std::string::npos) return false;
+    return ++matched_ % nth_ == 0;
+  }
+
+  FsOp op_;
+  int nth_;
+  int err_;
+  std::string part_;
+  long kill_at_;
+  long calls_ = 0;
+  long matched_ = 0;
+  std::map<int, std::string> paths_;
+};
+
+// Pass-timer ticks, as the service runs them, until IN/ is empty or a tick leaves it as it was.
+void Ticks(Context& ctx, int most = 12) {
+  ForgetNameIndexes();
+  Scheduler scheduler(ctx, Scheduler::Hooks{});
+  ctx.window.start_enabled = false;
+  for (int i = 0; i < most; ++i) {
+    const std::vector<std::string> before = ListFiles(ctx.Path("IN"), "*.EML");
+    ctx.window.total.Set("0");
+    scheduler.Timer1_Timer();
+    ForgetNameIndexes();
+    const std::vector<std::string> after = ListFiles(ctx.Path("IN"), "*.EML");
+    if (after.empty() || after == before) return;
+  }
+}
+
+// A fresh process on the same tree after the faults are gone: the deferred pairs come back.
+void Recover(const TempTree& tree, bool safe) {
+  ForgetNameIndexes();
+  FakeClock clock;
+  clock.SetLocal(2026, 11, 16, 11, 0, 0);
+  RecordingSleeper sleeper;
+  Context ctx(tree.root(), clock, sleeper);
+  ctx.pause_ms = 0;
+  ctx.settings.safe_delivery = safe ? "ON" : "";
+  for (int round = 0; round < 4; ++round) {
+    Ticks(ctx);
+    clock.Advance(std::chrono::seconds(61));
+  }
+}
+
+struct FaultCase {
+  const char* name;
+  FsOp op;
+  int nth;
+  int err;
+  const char* part;  // "" for every path
+};
+
+constexpr FaultCase kFaults[] = {
+    {"every 3rd write, disk full", FsOp::kWrite, 3, ENOSPC, ""},
+    {"every 2nd write to LOCAL/, disk full", FsOp::kWrite, 2, ENOSPC, "/LOCAL/"},
+    {"read-only LOCAL/", FsOp::kOpen, 1, EACCES, "/LOCAL/"},
+    {"read-only WAIT/", FsOp::kOpen, 1, EACCES, "/WAIT/"},
+    {"every 5th open, I/O error", FsOp::kOpen, 5, EIO, ""},
+    {"every 4th read, I/O error", FsOp::kRead, 4, EIO, ""},
+    {"every 7th close, disk full", FsOp::kClose, 7, ENOSPC, ""},
+    {"every flush, I/O error", FsOp::kSync, 1, EIO, ""},
+    {"every 3rd rename, permission", FsOp::kRename, 3, EACCES, ""},
+    {"every 6th look-up, I/O error", FsOp::kStat, 6, EIO, ""},
+    {"IN/ undeletable", FsOp::kUnlink, 1, EACCES, "/IN/"},
+};
+
+TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWithout) {
+  // The faults must bite: without the switch they lose mail, with it they defer some.
+  int lost_without = 0;
+  int deferred_with = 0;
+  for (const FaultCase& fault : kFaults) {
+    for (const bool safe : {true, false}) {
+      SCOPED_TRACE(std::string(fault.name) + (safe ? ", SAFE_DELIVERY=ON" : ", off"));
+      TempTree tree;
+      const std::vector<Queued> queue = FillQueue(tree);
+      tree.ctx.pause_ms = 0;
+      tree.ctx.settings.safe_delivery = safe ? "ON" : "";
+      std::string journal;
+      tree.ctx.journal = [&](const std::string& line) { journal += line + "\n"; };
+      {
+        EveryNth seam(fault.op, fault.nth, fault.err, fault.part);
+        ScopedFileSystem scoped(&seam);
+        ForgetNameIndexes();
+        Ticks(tree.ctx);
+      }
+      ForgetNameIndexes();
+      const std::string errors = tree.Read("LOG/system.log") + journal;
+      for (const Queued& q : Lost(tree, queue)) {
+        ++lost_without;
+        EXPECT_FALSE(safe) << q.token << " lost";
+        EXPECT_NE(errors.find(q.stem), std::string::npos) << q.token << " lost without a line";
+      }
+
+      if (!safe) continue;
+      deferred_with += static_cast<int>(tree.List("DEFER").size());
+      Recover(tree, safe);
+      EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
+      EXPECT_TRUE(tree.List("DEFER").empty());
+      const auto local = CountTokens(tree.Path("LOCAL"));
+      const auto held = CountTokens(tree.Path("WAIT"));
+      for (const Queued& q : queue) {
+        const int copies = (local.count(q.token) ? local.at(q.token) : 0) +
+                           (held.count(q.token) ? held.at(q.token) : 0);
+        // Each recipient has its copy; a message taken again may give some a second one.
+        EXPECT_GE(copies, q.recipients) << q.token;
+        EXPECT_LE(copies, 2 * q.recipients) << q.token;
+      }
+    }
+  }
+  EXPECT_GT(lost_without, 0);
+  EXPECT_GT(deferred_with, 0);
+}
+
+// A child process runs passes with the switch on (and every 5th write failing) and kills itself
+// at a chosen file-system call; after every kill each message is kept.
+TEST(SafeDeliveryTest, KilledAtAnyFileCallLosesNothing) {
+  TempTree tree;
+  const std::vector<Queued> queue = FillQueue(tree);
+  std::mt19937 rng(20261116);
+  int killed = 0;
+  for (int round = 0; round < 12 && !ListFiles(tree.Path("IN"), "*.EML").empty(); ++round) {
+    const long kill_at = 50 + static_cast<long>(rng() % 1500);
+    SCOPED_TRACE("killed at call " + std::to_string(kill_at));
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      EveryNth seam(FsOp::kWrite, 5, ENOSPC, "", kill_at);
+      SetFileSystem(&seam);
+      FakeClock clock;
+      clock.SetLocal(2026, 11, 16, 10, 0, 0);
+      RecordingSleeper sleeper;
+      Context ctx(tree.root(), clock, sleeper);
+      ctx.pause_ms = 0;
+      ctx.settings.safe_delivery = "ON";
+      ForgetNameIndexes();
+      Ticks(ctx);
+      _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) ++killed;
+    ForgetNameIndexes();
+    for (const Queued& q : Lost(tree, queue)) ADD_FAILURE() << q.token << " lost";
+  }
+  EXPECT_GT(killed, 3);
+  Recover(tree, true);
+  EXPECT_TRUE(Lost(tree, queue).empty());
+  EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
+  EXPECT_TRUE(tree.List("DEFER").empty());
+}
+
+TEST(SafeDeliveryTest, TheSwitchIsOnOnlyWhenWrittenExactlyOn) {
+  for (const auto& [line, on] : std::vector<std::pair<std::string, bool>>{
+           {"safe_delivery=  ON  ", true}, {"SAFE_DELIVERY=on", false}, {"LOG=ON", false}}) {
+    TempTree tree;
+    tree.ctx.settings.safe_delivery = "ON";  // read again, like the other settings
+    tree.Write("quellor.ini", line + "\r\n");
+    readini(tree.ctx);
+    EXPECT_EQ(tree.ctx.settings.SafeDeliveryOn(), on) << line;
+  }
+}
+
+// The designed losses one by one.
+class SafeDeliveryCase : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    tree.ctx.pause_ms = 0;
+    tree.ctx.settings.safe_delivery = GetParam() ? "ON" : "";
+    tree.Write("SYSTEM/validation.txt", "Reply to $email.\r\n");
+    tree.Write("Users/p@y.org.CONF", "MODE=QUELLOR\r\n");
+  }
+  void Queue(const std::string& stem, const std::string& to, const std::string& subject = "Hi") {
+    tree.WriteLines("IN/" + stem + ".WAI", {"s@x.org", to});
+    tree.Write("IN/" + stem + ".EML",
+               "From: s@x.org\r\nSubject: " + subject + "\r\n\r\ntoken-" + stem + "\r\n");
+  }
+  int Copies(const std::string& stem) {
+    const auto local = CountTokens(tree.Path("LOCAL"));
+    return local.count("token-" + stem) ? local.at("token-" + stem) : 0;
+  }
+  int Lines(const std::string& log, const std::string& part) {
+    int n = 0;
+    for (size_t at = log.find(part); at != std::string::npos; at = log.find(part, at + 1)) ++n;
+    return n;
+  }
+  bool safe() const { return GetParam(); }
+
+  TempTree tree;
+};
+
+TEST_P(SafeDeliveryCase, MailHeldAfterAReplyInTheSamePass) {
+  Queue("20261116090000001", "p@y.org", "Re: Request-ID:123");
+  Queue("20261116090000002", "p@y.org");
+  Ticks(tree.ctx);
+  // Off: the reply flag drops the held copy, as the service has always done.
+  EXPECT_EQ(tree.Exists("WAIT/p@y.org/20261116090000002.EML"), safe());
+}
+
+TEST_P(SafeDeliveryCase, AnUnwritableErrorLogNeitherStopsThePassNorDeliversTwice) {
+  std::vector<std::string> journal;
+  tree.ctx.journal = [&](const std::string& line) { journal.push_back(line); };
+  for (const char* stem : {"20261116090000001", "20261116090000002", "20261116090000003"}) {
+    Queue(stem, "f@y.org");
+  }
+  FaultyFileSystem seam;
+  seam.FailAlways(FsOp::kOpen, EACCES, "/LOG/");
+  ScopedFileSystem scoped(&seam);
+  tree.ctx.window.total.Set("3");
+  tree.ctx.window.File1.Clear();
+  for (const auto& name : ListFiles(tree.Path("IN"), "*.EML")) tree.ctx.window.File1.Add(name);
+  for (int pass = 0; pass < 2; ++pass) {
+    try {
+      quellor(tree.ctx);
+    } catch (const std::exception&) {
+      EXPECT_FALSE(safe());
+    }
+  }
+  if (safe()) {
+    for (const char* stem : {"20261116090000001", "20261116090000002", "20261116090000003"}) {
+      EXPECT_EQ(Copies(stem), 1) << stem;
+    }
+    EXPECT_TRUE(tree.List("IN").empty());
+    ASSERT_FALSE(journal.empty());
+    EXPECT_NE(journal[0].find(" : Statuslog - log: - #"), std::string::npos) << journal[0];
+  } else {
+    // The pass stops after the first delivery, before the pair is removed: delivered again.
+    EXPECT_EQ(Copies("20261116090000001"), 2);
+    EXPECT_EQ(Copies("20261116090000002"), 0);
+  }
+}
+
+TEST_P(SafeDeliveryCase, AHalfPairIsLoggedAndDeferredUntilItsEnvelopeTurnsUp) {
+  tree.Write("IN/20261116090000001.EML", "From: s@x.org\r\n\r\ntoken-20261116090000001\r\n");
+  Ticks(tree.ctx);
+  const std::string in = tree.Path("IN/");
+  EXPECT_EQ(Lines(tree.Read("LOG/system.log"),
+                  "Quellor - quellor - errseek =2 - # 53 - File not found: " + in +
+                      "20261116090000001.WAI; the other half " + in + "20261116090000001.EML is " +
+                      (safe() ? "moved to " + tree.Path("DEFER/") : "deleted") + "\r\n"),
+            1);
+  EXPECT_TRUE(tree.List("IN").empty());
+  EXPECT_EQ(tree.Exists("DEFER/20261116090000001.EML"), safe());
+  if (!safe()) return;
+
+  // Alone it waits; once its envelope is there, it goes back a minute after it was deferred.
+  tree.clock.Advance(std::chrono::seconds(120));
+  Ticks(tree.ctx);
+  EXPECT_TRUE(tree.Exists("DEFER/20261116090000001.EML"));
+  tree.WriteLines("DEFER/20261116090000001.WAI", {"s@x.org", "f@y.org"});
+  Ticks(tree.ctx);
+  EXPECT_TRUE(tree.List("DEFER").empty());
+  EXPECT_TRUE(tree.List("IN").empty());
+  EXPECT_EQ(Copies("20261116090000001"), 1);
+}
+
+TEST_P(SafeDeliveryCase, ADeferredPairGoesBackToInAfterAMinuteWithoutReplacingAnything) {
+  Queue("20261116090000001", "f@y.org");
+  {
+    FaultyFileSystem seam;
+    seam.FailAlways(FsOp::kOpen, ENOSPC, "/LOCAL/");
+    ScopedFileSystem scoped(&seam);
+    Ticks(tree.ctx);
+  }
+  ForgetNameIndexes();
+  EXPECT_NE(tree.Read("LOG/system.log")
+                .find(" - # 75 - Path/File access error: " + tree.Path("IN/20261116090000001.EML") +
+                      " was not routed to all its recipients; the pair is " +
+                      (safe() ? "moved to " + tree.Path("DEFER/") : "deleted") + "\r\n"),
+            std::string::npos);
+  EXPECT_EQ(tree.Exists("DEFER/20261116090000001.WAI"), safe());
+  if (!safe()) return;
+
+  // Within the minute it stays; a pair of the same name in IN/ is never replaced.
+  tree.clock.Advance(std::chrono::seconds(30));
+  Ticks(tree.ctx);
+  EXPECT_TRUE(tree.Exists("DEFER/20261116090000001.EML"));
+  tree.clock.Advance(std::chrono::seconds(30));
+  tree.Write("IN/20261116090000001.WAI", "other\r\n");
+  Ticks(tree.ctx);
+  EXPECT_TRUE(tree.Exists("DEFER/20261116090000001.EML"));
+  EXPECT_EQ(tree.Read("IN/20261116090000001.WAI"), "other\r\n");
+  tree.Remove("IN/20261116090000001.WAI");
+  Ticks(tree.ctx);
+  EXPECT_TRUE(tree.List("DEFER").empty());
+  EXPECT_EQ(Copies("20261116090000001"), 1);
+}
+
+TEST_P(SafeDeliveryCase, AnUndeletableHeadPairIsPassedOver) {
+  for (const char* stem : {"20261116090000001", "20261116090000002", "20261116090000003"}) {
+    Queue(stem, "f@y.org");
+  }
+  FaultyFileSystem seam;
+  seam.FailAlways(FsOp::kUnlink, EACCES, "IN/20261116090000001");
+  ScopedFileSystem scoped(&seam);
+  Ticks(tree.ctx);
+  Ticks(tree.ctx);
+  if (safe()) {
+    // Delivered once, logged once, and the queue behind it moved on.
+    EXPECT_EQ(Copies("20261116090000001"), 1);
+    EXPECT_EQ(Copies("20261116090000002"), 1);
+    EXPECT_EQ(Copies("20261116090000003"), 1);
+    EXPECT_EQ(Lines(tree.Read("LOG/system.log"), "20261116090000001.EML cannot be taken out"), 1);
+  } else {
+    // The head is taken again and again; the queue behind it never moves.
+    EXPECT_GE(Copies("20261116090000001"), 3);
+    EXPECT_EQ(Copies("20261116090000002"), 0);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(SafeDelivery, SafeDeliveryCase, ::testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "On" : "Off"; });
+
+}  // namespace
+}  // namespace quellor::testing
