@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/clock.h"
 #include "platform/names.h"
 #include "spool/lists.h"

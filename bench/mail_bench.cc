@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "mail/quoted_printable.h"
 #include "mail/subject_decoder.h"
 

@@ -10,9 +10,9 @@
 #include <fstream>
 #include <string>
 
+#include "core/window_model.h"
 #include "platform/files.h"
 #include "platform/names.h"
-#include "service/window_model.h"
 
 namespace {
 

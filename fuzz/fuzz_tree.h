@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/clock.h"
 
 namespace quellor::fuzz {

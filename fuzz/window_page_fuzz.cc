@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "fuzz_tree.h"
-#include "service/window_page.h"
+#include "status/window_page.h"
 
 namespace asio = boost::asio;
 using asio::ip::tcp;

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/guard.h"
 #include "platform/text.h"

@@ -1,7 +1,7 @@
 #pragma once
 // The main configuration file quellor.ini in the installation root.
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

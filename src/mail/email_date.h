@@ -4,7 +4,7 @@
 #include <ctime>
 #include <string>
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

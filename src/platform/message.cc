@@ -224,16 +224,6 @@ std::string HeaderLine(const std::string& name, const std::string& value, const 
   return line + eol;
 }
 
-// CR and LF inside a value or name become blanks, so a caller's text can never start a header
-// line of its own; NUL becomes a blank as well, since no header may carry it.
-std::string OneLine(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
-  }
-  return out;
-}
-
 // Closes a descriptor on every way out of a scope.
 class Descriptor {
  public:

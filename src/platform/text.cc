@@ -299,4 +299,18 @@ std::string ToCp1252(std::string_view text, const char* charset) {
   return Utf8ToCp1252(out);
 }
 
+std::string OneLine(std::string_view text) {
+  std::string line(text);
+  for (char& c : line) {
+    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
+  }
+  return line;
+}
+
+void StripLineEnd(std::string& text) {
+  if (text.size() >= 2 && text.compare(text.size() - 2, 2, "\r\n") == 0) {
+    text.resize(text.size() - 2);
+  }
+}
+
 }  // namespace quellor

@@ -34,6 +34,11 @@ double Val(std::string_view s);
 int16_t CInt16(double v);
 // Conversion to a 32-bit integer with the same rounding; raises Overflow outside its range.
 int32_t CLng(double v);
+// A text written as one line (envelope, header, list or log line): CR, LF and NUL inside it
+// become blanks, so no text taken from mail can add lines of its own.
+std::string OneLine(std::string_view text);
+// Removes a trailing CR LF (only when the text has at least those two characters).
+void StripLineEnd(std::string& text);
 // Plain decimal text of a whole number ("13", "-2").
 std::string DecimalText(double v);
 // A number as a signed text with a leading blank for values from 0 up (" 3", "-1").

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/clock.h"
 #include "service/command_line.h"
 #include "service/event_log.h"

@@ -4,12 +4,12 @@
 #include <utility>
 #include <vector>
 
+#include "logs/error_sink.h"
 #include "platform/errors.h"
 #include "platform/guard.h"
 #include "platform/names.h"
 #include "platform/regional.h"
 #include "platform/text.h"
-#include "service/error_sink.h"
 #include "spool/input_pair.h"
 #include "spool/pass.h"
 

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

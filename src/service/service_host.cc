@@ -8,8 +8,8 @@
 #include <exception>
 #include <utility>
 
+#include "logs/error_sink.h"
 #include "platform/guard.h"
-#include "service/error_sink.h"
 #include "service/startup.h"
 #include "service/unit_files.h"
 

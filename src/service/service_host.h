@@ -9,15 +9,15 @@
 #include <chrono>
 #include <functional>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "service/event_log.h"
 #include "service/periodic_timer.h"
 #include "service/scheduler.h"
 #include "service/service_events.h"
 #include "service/service_manager.h"
 #include "service/watchdog.h"
-#include "service/window_page.h"
 #include "status/status_listener.h"
+#include "status/window_page.h"
 
 namespace quellor {
 

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "config/readini.h"
+#include "logs/error_sink.h"
 #include "platform/guard.h"
 #include "platform/names.h"
 #include "platform/text.h"
-#include "service/error_sink.h"
 #include "service/scheduler.h"
 #include "spool/lists.h"
 

@@ -2,7 +2,7 @@
 // Start-up of the service and of `quellorctl pass`: settings, configuration, postmasters,
 // the queue count and the random seed.
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/files.h"
 
 extern char** environ;

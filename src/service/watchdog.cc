@@ -2,12 +2,12 @@
 
 #include <string>
 
-#include "logs/primitives.h"
+#include "logs/error_sink.h"
+#include "logs/retrying_files.h"
 #include "platform/guard.h"
 #include "platform/names.h"
 #include "platform/regional.h"
 #include "platform/text.h"
-#include "service/error_sink.h"
 
 namespace quellor {
 

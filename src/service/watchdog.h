@@ -2,7 +2,7 @@
 // The companion watchdog: once a minute, restart the companion service Quellor_Dregger when it is
 // stopped, unless the marker file "nostart.txt" is in the installation root.
 
-#include "config/context.h"
+#include "core/context.h"
 #include "service/service_manager.h"
 
 namespace quellor {

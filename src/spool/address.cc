@@ -1,6 +1,6 @@
 #include "spool/address.h"
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/guard.h"

@@ -1,6 +1,6 @@
 #include "spool/ids.h"
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/names.h"
 #include "platform/regional.h"

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

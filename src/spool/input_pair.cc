@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "logs/logs.h"
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/names.h"

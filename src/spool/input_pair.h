@@ -2,7 +2,7 @@
 // What becomes of an input pair once the pass has routed it, and the folder DEFER/ that keeps,
 // with SAFE_DELIVERY=ON, the pairs that could not be routed whole until a later pass.
 
-#include "config/context.h"
+#include "core/context.h"
 #include "spool/pass_run.h"
 
 namespace quellor {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/guard.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

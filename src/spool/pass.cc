@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/message.h"

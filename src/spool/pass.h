@@ -1,7 +1,7 @@
 #pragma once
 // The processing pass over the input queue IN/.
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/errors.h"
 #include "platform/guard.h"
 

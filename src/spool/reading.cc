@@ -1,5 +1,5 @@
 // Envelope recipient lines and the pass's own reading of the message headers.
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "mail/subject_decoder.h"
 #include "platform/files.h"
 #include "platform/names.h"

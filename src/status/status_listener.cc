@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "logs/error_sink.h"
 #include "platform/errors.h"
 #include "platform/guard.h"
-#include "service/error_sink.h"
 #include "status/status_reply.h"
 
 namespace quellor {

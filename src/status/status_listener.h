@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

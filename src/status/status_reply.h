@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "service/window_model.h"
+#include "core/window_model.h"
 
 namespace quellor {
 

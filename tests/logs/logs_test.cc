@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/fs.h"
 #include "platform/names.h"
+#include "spool/activity_log.h"
 #include "support/temp_tree.h"
 
 namespace quellor {

@@ -1,4 +1,4 @@
-#include "service/window_page.h"
+#include "status/window_page.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/clock.h"
 
 namespace quellor::testing {

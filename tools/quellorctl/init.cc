@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "commands.h"
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/names.h"

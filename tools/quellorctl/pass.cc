@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "commands.h"
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/clock.h"
 #include "platform/names.h"
 #include "service/scheduler.h"

@@ -4,9 +4,10 @@
 #include <string>
 
 #include "logs/logs.h"
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/names.h"
 #include "platform/text.h"
+#include "spool/activity_log.h"
 #include "spool/address.h"
 #include "spool/ids.h"
 #include "spool/stages.h"

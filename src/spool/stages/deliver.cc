@@ -2,10 +2,11 @@
 #include <string>
 
 #include "logs/logs.h"
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/message.h"
 #include "platform/names.h"
+#include "spool/activity_log.h"
 #include "spool/stages.h"
 #include "spool/stages/lines.h"
 

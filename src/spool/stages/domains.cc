@@ -2,9 +2,9 @@
 // window's lists, and the automatic discovery of local domains into DOMAIN.LST.
 #include <string>
 
+#include "core/window_model.h"
 #include "platform/errors.h"
 #include "platform/text.h"
-#include "service/window_model.h"
 #include "spool/address.h"
 #include "spool/lists.h"
 #include "spool/stages.h"

@@ -5,12 +5,13 @@
 #include <vector>
 
 #include "logs/logs.h"
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/names.h"
 #include "platform/regional.h"
 #include "platform/text.h"
+#include "spool/activity_log.h"
 #include "spool/stages.h"
 #include "spool/stages/lines.h"
 

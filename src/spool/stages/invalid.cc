@@ -6,7 +6,7 @@
 #include <string>
 
 #include "logs/logs.h"
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/names.h"
 #include "platform/regional.h"
 #include "platform/text.h"

@@ -3,23 +3,13 @@
 #include <chrono>
 #include <unordered_map>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/message.h"
 #include "platform/names.h"
 #include "spool/ids.h"
 
 namespace quellor {
-
-std::string OneLine(std::string value) {
-  // On purpose unlike every other text, which is written as it stands: CR, LF and NUL inside a
-  // value written as one line become blanks, so no subject can add a header line and no address
-  // an envelope line.
-  for (char& c : value) {
-    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
-  }
-  return value;
-}
 
 std::string FreeQueueName(Context& ctx, const std::string& folder) {
   const auto taken = [&](const std::string& id) {

@@ -3,13 +3,11 @@
 
 #include <string>
 
-#include "config/context.h"
+#include "core/context.h"
+#include "platform/text.h"
 #include "spool/pass_run.h"
 
 namespace quellor {
-
-// A value written as one envelope, header or list line, with every CR, LF and NUL made a blank.
-std::string OneLine(std::string value);
 
 // A fresh name from nextid whose files are not yet in the queue folder `folder` ("LOCAL/",
 // "OUT/"): nextid alone rejects a name only when it is taken in all three queues at once, and a

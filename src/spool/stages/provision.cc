@@ -2,7 +2,7 @@
 // user a configuration file copied from SYSTEM/NEW_USER.CONF.
 #include <string>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/names.h"
 #include "platform/text.h"

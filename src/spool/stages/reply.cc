@@ -7,15 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "logs/logs.h"
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/fs.h"
 #include "platform/message.h"
 #include "platform/names.h"
 #include "platform/regional.h"
 #include "platform/text.h"
+#include "spool/activity_log.h"
 #include "spool/address.h"
 #include "spool/lists.h"
 #include "spool/stages.h"

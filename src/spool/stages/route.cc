@@ -2,7 +2,7 @@
 // protection mode or forward mode; a recipient without one is forwarded and may be provisioned.
 #include <string>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/files.h"
 #include "platform/names.h"
 #include "platform/text.h"

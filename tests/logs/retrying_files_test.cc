@@ -1,4 +1,4 @@
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The error sink of the context lives apart so that programs without logs need not link them.
-#include "config/context.h"
+#include "core/context.h"
 #include "logs/logs.h"
 
 namespace quellor {

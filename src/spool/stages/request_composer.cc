@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "mail/email_date.h"
 #include "mail/quoted_printable.h"
 #include "platform/errors.h"

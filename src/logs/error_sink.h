@@ -2,7 +2,7 @@
 // The error sink of the service's own procedures: the error log, and standard error when the
 // error log itself cannot be written, so that a missing LOG/ folder never stops the service.
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/guard.h"
 
 namespace quellor {

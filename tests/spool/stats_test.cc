@@ -1,4 +1,4 @@
-#include "logs/stats.h"
+#include "spool/stats.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +7,7 @@
 
 #include "logs/logs.h"
 #include "platform/names.h"
+#include "spool/activity_log.h"
 #include "support/temp_tree.h"
 
 namespace quellor {

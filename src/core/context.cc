@@ -1,4 +1,4 @@
-#include "config/context.h"
+#include "core/context.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/files.h"
 
 namespace quellor {

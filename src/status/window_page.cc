@@ -1,4 +1,4 @@
-#include "service/window_page.h"
+#include "status/window_page.h"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "platform/errors.h"
-#include "service/window_html.h"
 #include "status/status_listener.h"
+#include "status/window_html.h"
 
 namespace quellor {
 

@@ -1,4 +1,4 @@
-#include "service/window_html.h"
+#include "status/window_html.h"
 
 #include <cstdio>
 

@@ -17,7 +17,7 @@
 #include <memory>
 #include <string>
 
-#include "config/context.h"
+#include "core/context.h"
 
 namespace quellor {
 

@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
+#include "core/window_model.h"
 #include "platform/clock.h"
 #include "platform/guard.h"
-#include "service/window_model.h"
 
 namespace quellor {
 

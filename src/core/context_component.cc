@@ -1,5 +1,5 @@
 // The message component of the context lives apart so that programs without it need not link it.
-#include "config/context.h"
+#include "core/context.h"
 #include "platform/message.h"
 
 namespace quellor {

@@ -1,4 +1,4 @@
-#include "service/window_model.h"
+#include "core/window_model.h"
 
 #include "platform/errors.h"
 #include "platform/text.h"

@@ -1,4 +1,4 @@
-#include "service/error_sink.h"
+#include "logs/error_sink.h"
 
 #include <cstdio>
 #include <exception>

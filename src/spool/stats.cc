@@ -1,10 +1,10 @@
-#include "logs/stats.h"
+#include "spool/stats.h"
 
 #include <array>
 #include <cstdint>
 #include <vector>
 
-#include "logs/primitives.h"
+#include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/names.h"
