@@ -63,7 +63,13 @@ int Run(const std::vector<std::string>& args, std::string* out = nullptr) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-  if (!out) posix_spawn_file_actions_adddup2(&actions, 2, 1);
+  // Output that is only looked at (postconf's answers) keeps its warnings to itself; shown
+  // output carries them.
+  if (out) {
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  } else {
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
+  }
   pid_t pid = 0;
   const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
