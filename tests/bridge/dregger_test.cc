@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "bridge/outgoing.h"
+#include "bridge/units.h"
 #include "support/temp_tree.h"
 
 namespace quellor::bridge {
@@ -109,6 +110,21 @@ TEST(OutgoingTest, LongEightBitTextIsFoldedIntoSeveralWords) {
   for (size_t end; (end = encoded.find("\r\n", at)) != std::string::npos; at = end + 3)
     EXPECT_LE(end - at, 78u);
   EXPECT_EQ(EncodeEightBitWords("plain"), "plain");
+}
+
+// The unit that quellorctl writes and the Debian package ships.
+TEST(UnitsTest, TheDeliveryServiceUnit) {
+  EXPECT_EQ(DreggerUnitText({"/var/spool/quellor/", "/usr/sbin/quellor-dregger",
+                             "MAILER-DAEMON@mx.example", "mx.example", "/etc/postfix 2"}),
+            "[Unit]\n"
+            "Description=Spam Quellor - Dregger (hands LOCAL/ and OUT/ to Postfix)\n"
+            "After=postfix.service\n\n"
+            "[Service]\nType=notify\nUser=quellor\nGroup=quellor\n"
+            "Environment=QUELLOR_ROOT=/var/spool/quellor/\n"
+            "ExecStart=/usr/sbin/quellor-dregger --null-sender MAILER-DAEMON@mx.example "
+            "--hostname mx.example --config-dir \"/etc/postfix 2\"\n"
+            "Restart=on-failure\nRestartSec=5\n\n"
+            "[Install]\nWantedBy=multi-user.target\n");
 }
 
 }  // namespace
