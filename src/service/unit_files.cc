@@ -38,6 +38,18 @@ bool HasControlCharacter(std::string_view s) {
   return false;
 }
 
+// Writes a whole file atomically, so systemd never reads a half-written unit.
+bool WriteFileAtomically(const std::string& path, const std::string& text) {
+  try {
+    ReplaceWholeFile(path, text);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace
+
 // One word of a unit line, quoted when it holds anything but plain path characters. Inside
 // quotes systemd reads "\" and the quote as escapes, and "%" starts a specifier everywhere, so
 // it is doubled. "$" stays: ExecStart expands variables in the arguments, never in the path.
@@ -57,18 +69,6 @@ std::string UnitWord(std::string_view word) {
   }
   return out + "\"";
 }
-
-// Writes a whole file atomically, so systemd never reads a half-written unit.
-bool WriteFileAtomically(const std::string& path, const std::string& text) {
-  try {
-    ReplaceWholeFile(path, text);
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
-}  // namespace
 
 std::string UnitDirFromEnvironment() {
   const char* env = std::getenv("QUELLOR_UNIT_DIR");

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quellor {
 
@@ -17,6 +18,8 @@ inline constexpr const char* kServiceUser = "quellor";
 // The folder of the unit files: QUELLOR_UNIT_DIR, or /etc/systemd/system/.
 std::string UnitDirFromEnvironment();
 
+// One word of a unit line, quoted when it holds anything but plain path characters.
+std::string UnitWord(std::string_view word);
 // kServiceUser when the system has that account, else "" (the service then runs as root, still
 // confined and without capabilities).
 std::string ServiceUserIfPresent();

@@ -12,5 +12,7 @@ int RunInit(const std::vector<std::string>& args);
 int RunPass(const std::vector<std::string>& args);
 // quellorctl status [HOST [PORT]]: prints a running service's status reply.
 int RunStatus(const std::vector<std::string>& args);
+// quellorctl postfix install|uninstall|check [--config-dir DIR] [--user NAME]: Postfix setup.
+int RunPostfix(const std::vector<std::string>& args);
 
 }  // namespace quellor::ctl

@@ -26,6 +26,8 @@ int main(int argc, char** argv) {
       {"pass", "run the start-up and a pass over IN/ (--all: until it is empty), print the state",
        quellor::ctl::RunPass},
       {"status", "print the status reply of a running service", quellor::ctl::RunStatus},
+      {"postfix", "install|uninstall|check: make Postfix the host mail server in one command",
+       quellor::ctl::RunPostfix},
   };
   // Each command parses its own arguments (and its own --help).
   for (Command& c : commands) {
@@ -38,7 +40,7 @@ int main(int argc, char** argv) {
     for (const Command& c : commands) known = known || c.sub->check_name(argv[1]);
     if (!known) {
       std::cerr << "quellorctl: unknown command \"" << argv[1]
-                << "\" (init, pass or status; --help for more)\n";
+                << "\" (init, pass, status or postfix; --help for more)\n";
       return 2;
     }
   }
