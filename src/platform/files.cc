@@ -231,9 +231,13 @@ void TextFile::ReadLinePieces(const std::function<void(std::string_view)>& take)
 
 void TextFile::Flush() {
   if (out_.empty() || fd_ < 0) return;
-  std::string pending;
-  pending.swap(out_);
-  WriteAll(fd_, pending.data(), pending.size());
+  // Emptied even when the write fails, so nothing is written twice; emptied in place, so the
+  // buffer keeps its room for the next block instead of being allocated again.
+  struct Emptied {
+    std::string& buffer;
+    ~Emptied() { buffer.clear(); }
+  } emptied{out_};
+  WriteAll(fd_, out_.data(), out_.size());
 }
 
 void TextFile::WriteLine(std::string_view text) {
