@@ -298,7 +298,14 @@ TEST(SafeDeliveryTest, KilledAtAnyFileCallLosesNothing) {
   Recover(tree, true);
   EXPECT_TRUE(Lost(tree, queue).empty());
   EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
-  EXPECT_TRUE(tree.List("DEFER").empty());
+  // Every whole pair went back and through; a kill between the two deletions of a routed pair
+  // can leave one lone half, which waits in DEFER/ for the administrator.
+  for (const std::string& name : tree.List("DEFER")) {
+    const std::string stem = name.substr(0, name.size() - 4);
+    EXPECT_FALSE(AnyFileExists(tree.Path("DEFER/" + stem + ".WAI")) &&
+                 AnyFileExists(tree.Path("DEFER/" + stem + ".EML")))
+        << name;
+  }
 }
 
 TEST(SafeDeliveryTest, TheSwitchIsOnOnlyWhenWrittenExactlyOn) {
