@@ -267,7 +267,8 @@ class PostfixTest : public ::testing::Test {
     }
     return out;
   }
-  // Requests the outside world received, as smtp-sink dumped them.
+  // Requests the outside world received, as smtp-sink dumped them (by name, not in order: the
+  // sink names its files by the second plus a random number).
   std::vector<std::string> Requests() {
     std::vector<std::string> out;
     for (const std::string& f : Files(p_ + "/sink")) out.push_back(ReadFile(f));
@@ -277,7 +278,7 @@ class PostfixTest : public ::testing::Test {
 
   // Holds a message from `sender` to alice and returns the request the sink received.
   std::string HoldAndChallenge(const std::string& sender, const std::string& subject) {
-    const size_t requests = Requests().size();
+    const std::vector<std::string> before = Files(p_ + "/sink");
     const size_t held = Held().size();
     SendSmtp(smtp_port_, sender, {"alice@example.test"},
              "From: " + sender + "\r\nTo: alice@example.test\r\nSubject: " + subject +
@@ -285,8 +286,12 @@ class PostfixTest : public ::testing::Test {
                  std::to_string(held) + "@remote.test>\r\n\r\nHello.\r\n");
     EXPECT_TRUE(PassUntil([&] { return Held().size() == held + 1; })) << Log();
     if (sender.ends_with("@example.test")) return "";  // our own Postfix will bounce it
-    EXPECT_TRUE(PassUntil([&] { return Requests().size() == requests + 1; })) << Log();
-    return Requests().empty() ? "" : Requests().back();
+    EXPECT_TRUE(PassUntil([&] { return Files(p_ + "/sink").size() == before.size() + 1; }))
+        << Log();
+    for (const std::string& f : Files(p_ + "/sink")) {
+      if (std::find(before.begin(), before.end(), f) == before.end()) return ReadFile(f);
+    }
+    return "";
   }
 
   TempTree tree;
