@@ -50,8 +50,6 @@ std::string Unescape(const std::string& text) {
   return out;
 }
 
-namespace {
-
 std::string Escape(const std::string& bytes) {
   std::string out;
   for (const char ch : bytes) {
@@ -70,6 +68,8 @@ std::string Escape(const std::string& bytes) {
   if (!out.empty() && out.back() != '\n') out += '\n';
   return out;
 }
+
+namespace {
 
 // A file as the references show it: CR LF lines as lines, anything else escaped.
 std::string Show(const std::string& path, const std::string& bytes) {

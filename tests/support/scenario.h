@@ -45,6 +45,8 @@ class Scenario {
   std::map<std::string, std::string> before_;  // path -> bytes ("/" suffix for folders)
 };
 
+// The escaped form of bytes, a line break after each "\n" and at the end.
+std::string Escape(const std::string& bytes);
 // Bytes from the escaped form of a "=~" file (\r \n \t \0 \\ \xHH).
 std::string Unescape(const std::string& text);
 // A case's name as a test name (letters and digits kept, anything else "_").
