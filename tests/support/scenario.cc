@@ -180,6 +180,9 @@ std::string Scenario::Changes() const {
     if (old != before_.end() && old->second == bytes) continue;
     out += path.ends_with("/") ? "== " + path + "\n" : Show(path, bytes);
   }
+  // Paths in logs name the temporary root; the references name it "$ROOT/".
+  for (size_t at = 0; (at = out.find(tree_.root(), at)) != std::string::npos; at += 6)
+    out.replace(at, tree_.root().size(), "$ROOT/");
   return out;
 }
 
