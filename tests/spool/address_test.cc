@@ -7,11 +7,13 @@
 
 #include "platform/errors.h"
 #include "platform/names.h"
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
 namespace {
 
+using testing::CheckTable;
 using testing::TempTree;
 
 TEST(IsAddressChar, PrintableAsciiWithoutTheSeparators) {
@@ -29,57 +31,10 @@ TEST(IsAddressChar, PrintableAsciiWithoutTheSeparators) {
   EXPECT_FALSE(IsAddressChar(std::string_view("")));
 }
 
-TEST(ExtractAddress, LongestRunAroundTheFirstMark) {
-  struct Case {
-    std::string text, mark, want;
-  } cases[] = {
-      {"<a@b>", "@", "a@b"},
-      {"a@b", "@", "a@b"},
-      {"Bob <bob.x+tag@mail.example.org> (x)", "@", "bob.x+tag@mail.example.org"},
-      {"a@b, c@d", "@", "a@b"},
-      {"no address here", "@", ""},
-      {"", "@", ""},
-      {"@", "@", "@"},
-      {"x\ty@z w", "@", "y@z"},
-      {"\"quoted\"@x;", "@", "@x"},
-      {"[1.2.3.4]@x", "@", "@x"},
-      {"list: *.z.y, a@b", "*", "*.z.y"},
-      {"a:b", ":", ""},  // a mark that is no address character gives nothing
-      {"ab\xE9@x", "@", "@x"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(ExtractAddress(c.text, c.mark), c.want) << c.text;
-  }
-}
-
-TEST(ReplaceNoCase, EveryOccurrenceWithoutRegardToCase) {
-  struct Case {
-    std::string text, find, replacement, want;
-  } cases[] = {
-      {"aXa", "x", "xx", "axxa"},  // the inserted text is not searched again
-      {"xxx", "x", "xx", "xxxxxx"}, {"Request-ID: 1 request-id: 2", "REQUEST-ID:", "#", "# 1 # 2"},
-      {"abc", "d", "e", "abc"},     {"abc", "", "e", "abc"},
-      {"aaaa", "aa", "b", "bb"},    {"Caf\xC9 caf\xE9", "CAF\xC9", "x", "x x"},
-      {"tail x", "X", "", "tail "},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(ReplaceNoCase(c.text, c.find, c.replacement), c.want) << c.text;
-  }
-}
-
-TEST(ValueAfter, TrimmedTextUpToTheTerminator) {
-  EXPECT_EQ(ValueAfter("REQUEST-ID:", "Re: x request-id:  42 \r", "\r"), "42");
-  EXPECT_EQ(ValueAfter("KEY:", "key:Mixed Case\r more\r", "\r"), "Mixed Case");
-  EXPECT_EQ(ValueAfter("KEY:", "nothing\r", "\r"), "");
-  EXPECT_EQ(ValueAfter("KEY:", "KEY:\r", "\r"), "");
-  // The terminator is searched only after the key.
-  EXPECT_EQ(ValueAfter("B:", "\rB: v\r", "\r"), "v");
-  try {
-    ValueAfter("KEY:", "\rKEY: no end", "\r");
-    ADD_FAILURE() << "a missing terminator must fail";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrInvalidCall);
-  }
+TEST(AddressTables, ExtractReplaceAndValueAfter) {
+  CheckTable("extract_address", [](const auto& f) { return ExtractAddress(f[0], f[1]); });
+  CheckTable("replace_no_case", [](const auto& f) { return ReplaceNoCase(f[0], f[1], f[2]); });
+  CheckTable("value_after", [](const auto& f) { return ValueAfter(f[0], f[1], f[2]); });
 }
 
 class ResolveAliasTest : public ::testing::Test {

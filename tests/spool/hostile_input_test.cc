@@ -1,5 +1,6 @@
-// Trees a hostile user or a bad day can leave behind: symlinks and FIFOs in the spool, names of a
-// second drawn out, a kill during a list rewrite, NUL in mail data, a sender without an address.
+// Trees a hostile user or a bad day can leave behind: names of a second drawn out, a cut copy, a
+// kill during a list rewrite. (Symbolic links and FIFOs in the spool, NUL in mail data and a
+// sender without an address are golden cases: tests/data/spool/hostile-*.)
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -15,47 +16,21 @@
 
 #include "platform/fs.h"
 #include "platform/names.h"
-#include "spool/held_mail.h"
 #include "spool/lists.h"
 #include "spool/pass.h"
+#include "support/temp_tree.h"
 
 namespace quellor::testing {
 namespace {
 
 namespace fs = std::filesystem;
 
-class HostileTest : public ::testing::Test, public HeldMailTest {
+class HostileTest : public ::testing::Test {
  protected:
-  HostileTest()
-      : outside_(tree.root() + "../" + fs::path(tree.root()).parent_path().filename().string() +
-                 "-outside/") {
+  HostileTest() {
     tree.ctx.settings.postmasters = "";
     tree.Write("SYSTEM/validation.txt", "Please reply to $email.\r\n");
     tree.Write("SYSTEM/validation.htm", "<p>Please reply.</p>\r\n");
-    fs::create_directories(outside_);
-    WriteOutside("secret", "root:x:0:0\r\n");
-  }
-  ~HostileTest() override { fs::remove_all(outside_); }
-
-  void WriteOutside(const std::string& name, const std::string& bytes) {
-    FILE* f = std::fopen((outside_ + name).c_str(), "wb");
-    std::fwrite(bytes.data(), 1, bytes.size(), f);
-    std::fclose(f);
-  }
-  // Every name and byte below the outside folder, to prove nothing was written there.
-  std::string OutsideSnapshot() {
-    std::string all;
-    for (const auto& e : fs::recursive_directory_iterator(outside_)) {
-      all += e.path().string() + "\n";
-      if (e.is_regular_file()) {
-        FILE* f = std::fopen(e.path().c_str(), "rb");
-        char buf[4096];
-        size_t n;
-        while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) all.append(buf, n);
-        std::fclose(f);
-      }
-    }
-    return all;
   }
 
   void Queue(const std::string& stem, const std::string& sender,
@@ -63,8 +38,20 @@ class HostileTest : public ::testing::Test, public HeldMailTest {
     std::vector<std::string> envelope = {sender};
     envelope.insert(envelope.end(), recipients.begin(), recipients.end());
     tree.WriteLines("IN/" + stem + ".WAI", envelope);
-    tree.Write("IN/" + stem + ".EML", MessageText(sender, subject));
+    tree.Write("IN/" + stem + ".EML",
+               "From: " + sender + "\r\nSubject: " + subject + "\r\n\r\nHi\r\n");
   }
+
+  // Names in LOCAL/ with an extension.
+  std::vector<std::string> Files(const std::string& extension) {
+    std::vector<std::string> out;
+    for (const std::string& name : tree.List("LOCAL")) {
+      if (name.ends_with(extension)) out.push_back(name);
+    }
+    return out;
+  }
+
+  TempTree tree;
 
   // What the scheduler does: list IN/, count it into `total`, run the pass.
   void RunPass() {
@@ -76,87 +63,7 @@ class HostileTest : public ::testing::Test, public HeldMailTest {
     if (w.total.Value() > 0) quellor(tree.ctx);
     ForgetNameIndexes();
   }
-
-  // Every byte written under the root's queues and logs.
-  std::string AllWritten() {
-    std::string all;
-    for (const auto& e : fs::recursive_directory_iterator(tree.root())) {
-      if (e.is_symlink() || !e.is_regular_file()) continue;
-      all += tree.Read(e.path().string().substr(tree.root().size()));
-    }
-    return all;
-  }
-
-  std::string outside_;
 };
-
-// A symlink in the spool: never followed, nothing read from or written outside the root.
-struct LinkCase {
-  const char* name;
-  const char* link;    // relative to the root
-  const char* target;  // relative to the outside folder
-  const char* conf;    // u@y.org's configuration
-};
-
-const LinkCase kLinks[] = {
-    {"InMessage", "IN/20261116095900001.EML", "secret", "MODE=FORWARD"},
-    {"InEnvelope", "IN/20261116095900001.WAI", "secret", "MODE=FORWARD"},
-    {"WaitFolder", "WAIT/u@y.org", "", "MODE=QUELLOR"},
-    {"LearnedList", "Users/u@y.org.LRN", "secret", "MODE=LEARN"},
-    {"ActivityLog", "LOG/16-11-2026.log", "secret", "MODE=FORWARD"},
-    {"StatsLog", "WAIT/u@y.org/stats.log", "secret", "MODE=FORWARD"},
-};
-
-class LinkTest : public HostileTest, public ::testing::WithParamInterface<LinkCase> {};
-
-TEST_P(LinkTest, NeverFollowed) {
-  const LinkCase& c = GetParam();
-  tree.Write("Users/u@y.org.CONF", std::string(c.conf) + "\r\n");
-  Queue("20261116095900001", "a@x.org", {"<u@y.org>"});
-  fs::remove(tree.Path(c.link));
-  fs::create_directories(fs::path(tree.Path(c.link)).parent_path());
-  fs::create_symlink(outside_ + c.target, tree.Path(c.link));
-  const std::string before = OutsideSnapshot();
-
-  RunPass();
-
-  EXPECT_EQ(OutsideSnapshot(), before);
-  EXPECT_EQ(AllWritten().find("root:x:0:0"), std::string::npos);
-}
-
-INSTANTIATE_TEST_SUITE_P(Symlinks, LinkTest, ::testing::ValuesIn(kLinks),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-// A FIFO in the spool never holds the pass (opens do not block) and is never read as mail.
-struct FifoCase {
-  const char* name;
-  const char* fifo;
-  bool delivered;  // the message still reaches LOCAL/
-};
-
-const FifoCase kFifos[] = {
-    {"Envelope", "IN/20261116095900001.WAI", false},
-    {"Message", "IN/20261116095900001.EML", false},
-    {"ActivityLog", "LOG/16-11-2026.log", true},
-    {"StatsLog", "WAIT/u@y.org/stats.log", true},
-};
-
-class FifoTest : public HostileTest, public ::testing::WithParamInterface<FifoCase> {};
-
-TEST_P(FifoTest, NeverHangs) {
-  const FifoCase& c = GetParam();
-  Queue("20261116095900001", "a@x.org", {"<u@y.org>"});
-  fs::remove(tree.Path(c.fifo));
-  fs::create_directories(fs::path(tree.Path(c.fifo)).parent_path());
-  ASSERT_EQ(::mkfifo(tree.Path(c.fifo).c_str(), 0644), 0);
-
-  RunPass();
-
-  EXPECT_EQ(Files("LOCAL", ".EML").size(), c.delivered ? 1u : 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Fifos, FifoTest, ::testing::ValuesIn(kFifos),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 // Durability is not what this test is about: flushing 10,000 files to the disk would only make it
 // slow.
@@ -176,8 +83,8 @@ TEST_F(HostileTest, FiveThousandRecipientsWithinOneSecondGetFiveThousandPairs) {
 
   RunPass();
 
-  const auto envelopes = Files("LOCAL", ".WAI");
-  const auto messages = Files("LOCAL", ".EML");
+  const auto envelopes = Files(".WAI");
+  const auto messages = Files(".EML");
   ASSERT_EQ(envelopes.size(), 5000u);
   ASSERT_EQ(messages.size(), 5000u);
   std::set<std::string> recipients_seen;
@@ -191,8 +98,8 @@ TEST_F(HostileTest, FiveThousandRecipientsWithinOneSecondGetFiveThousandPairs) {
     EXPECT_LE(stem.size(), 18u);
   }
   EXPECT_EQ(recipients_seen.size(), 5000u);
-  EXPECT_TRUE(Files("LOCAL", ".TMP").empty());
-  EXPECT_EQ(Errors(), "");
+  EXPECT_TRUE(Files(".TMP").empty());
+  EXPECT_FALSE(tree.Exists("LOG/system.log"));
 }
 
 // A delivery whose message copy cannot be completed leaves no .EML in LOCAL/: the host server
@@ -225,7 +132,7 @@ TEST_P(CutTest, LocalNeverHoldsHalfAMessage) {
   faulty.Clear();
   ForgetNameIndexes();
 
-  EXPECT_TRUE(Files("LOCAL", ".EML").empty());
+  EXPECT_TRUE(Files(".EML").empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Cuts, CutTest, ::testing::ValuesIn(kCuts),
@@ -261,42 +168,6 @@ TEST_F(HostileTest, ListRewriteKilledLeavesOldOrNewList) {
   tree.WriteLines("DOMAIN.LST", domains);
   AddListEntry(tree.ctx, tree.Path("DOMAIN.LST"), added);
   EXPECT_EQ(tree.ReadLines("DOMAIN.LST"), with);
-}
-
-TEST_F(HostileTest, NulInSenderAndSubjectNeverReachesWrittenLines) {
-  tree.Write("Users/u@y.org.CONF", "MODE=QUELLOR\r\n");
-  const std::string sender("a\0b@x.org", 9);
-  tree.WriteLines("IN/20261116095900001.WAI", {sender, "<u@y.org>"});
-  tree.Write("IN/20261116095900001.EML",
-             std::string("From: a@x.org\r\nSubject: Hi\0there\r\n\r\nBody\r\n", 42));
-
-  RunPass();
-
-  ASSERT_EQ(Files("OUT", ".EML").size(), 1u);
-  for (const char* folder : {"OUT", "WAIT/u@y.org", "LOG"}) {
-    for (const auto& name : Files(folder)) {
-      if (!fs::is_regular_file(tree.Path(std::string(folder) + "/" + name))) continue;
-      if (std::string(folder) == "WAIT/u@y.org" && name.ends_with(".EML")) continue;  // a copy
-      EXPECT_EQ(tree.Read(std::string(folder) + "/" + name).find('\0'), std::string::npos)
-          << folder << "/" << name;
-    }
-  }
-}
-
-TEST_F(HostileTest, EmptySenderIsHeldWithoutARequest) {
-  tree.Write("Users/u@y.org.CONF", "MODE=QUELLOR\r\n");
-  Queue("20261116095900001", "", {"<u@y.org>"});
-
-  RunPass();
-
-  EXPECT_TRUE(tree.Exists("WAIT/u@y.org/20261116095900001.EML"));
-  EXPECT_EQ(tree.ctx.window.Ignore.text(), "1");
-  EXPECT_EQ(tree.ctx.window.todayignore.text(), "1");
-  EXPECT_TRUE(Files("OUT").empty());
-  EXPECT_EQ(ActivityLog(),
-            "10:00:00 Delayed - <> to <u@y.org> - wait for validation\r\n"
-            "10:00:00 No request - <> is no address, held for <u@y.org>\r\n");
-  EXPECT_EQ(Errors(), "");
 }
 
 }  // namespace

@@ -4,11 +4,13 @@
 
 #include <string>
 
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
 namespace {
 
+using testing::CheckTable;
 using testing::TempTree;
 
 // The name nextid gives first for a seed, taken in a tree where no file exists.
@@ -72,26 +74,14 @@ TEST(NextId, NineFilesAreFoundWhateverTheirCase) {
   EXPECT_NE(nextid(tree.ctx), first);
 }
 
-struct SubjectCase {
-  const char* subject;
-  const char* id;
-};
-
-TEST(IdFromSubjectText, Table) {
-  const SubjectCase cases[] = {
-      {"Re: Rq:Hello // Request-ID: 2004051217340587", "2004051217340587"},
-      {"RE: rq: x // request-id:123abc", "123"},
-      {"a subject without the marker", ""},
-      {"Request-ID: x12", ""},
-      {"Request-ID: 12 34", "1234"},
-      {"Request-ID:\t5\t6 7]", "567"},
-      {"Rq:x // Request-ID:", ""},
-      {"Rq:x // REQUEST - ID: 9", "9"},  // blanks go before the marker is looked for
-      {"Request-ID: 12\r34", "12"},      // the value ends at the first carriage return
-      {"x Request-ID: 1 Request-ID: 2", "1"},
-      {"", ""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(IdFromSubjectText(c.subject), c.id) << c.subject;
+TEST(Ids, SubjectAndFileTables) {
+  CheckTable("id_from_subject", [](const auto& f) { return IdFromSubjectText(f[0]); });
+  CheckTable("find_id", [](const auto& f) {
+    TempTree tree;
+    tree.Write("IN/m.EML", f[0]);
+    std::string mail = "m.EML";
+    return findid(tree.ctx, mail);
+  });
 }
 
 TEST(FindId2, RemovesATrailingCarriageReturnFromTheCallersText) {
@@ -102,41 +92,6 @@ TEST(FindId2, RemovesATrailingCarriageReturnFromTheCallersText) {
   std::string plain = "no marker";
   EXPECT_EQ(findid2(tree.ctx, plain), "");
   EXPECT_EQ(plain, "no marker");
-}
-
-struct FileCase {
-  const char* name;
-  const char* bytes;
-  const char* id;
-};
-
-TEST(FindId, Table) {
-  const FileCase cases[] = {
-      {"own subject",
-       "From: a@b\r\nSubject: Re: Rq:x // Request-ID: 2026111610000012\r\n\r\nbody\r\n",
-       "2026111610000012"},
-      {"quoted request in the body",
-       "From: postmaster@b\r\nSubject: Undeliverable\r\n\r\nYour message:\r\nsubject: Rq:hi // "
-       "Request-ID: 77\r\n",
-       "77"},
-      {"no identifier anywhere", "Subject: hello\r\n\r\nSubject: still nothing\r\n", ""},
-      {"folded subject, blank continuation",
-       "Subject: Rq:long subject //\r\n   Request-ID: 42\r\nTo: x\r\n", "42"},
-      {"folded subject, tab continuation", "Subject: Rq:x // Request-\r\n\tID: 43\r\n\r\n", "43"},
-      {"identifier split by a fold", "Subject: Rq:x // Request-ID: 12\r\n 34\r\n\r\n", "1234"},
-      {"bare line feeds, subject not first",
-       "From: a@b\nSubject: Re: Rq:x // Request-ID: 55\nTo: c\n\nbody\n", "55"},
-      {"bare line feeds, subject first", "Subject: Request-ID: 56\nTo: c\n", "56"},
-      {"subject header without text", "Subject:\r\n\r\nbody\r\n", ""},
-      {"the line ending the fold is not examined", "Subject: a\r\nSubject: Request-ID: 9\r\n", ""},
-      {"empty file", "", ""},
-  };
-  for (const auto& c : cases) {
-    TempTree tree;
-    tree.Write("IN/m.EML", c.bytes);
-    std::string mail = "m.EML";
-    EXPECT_EQ(findid(tree.ctx, mail), c.id) << c.name;
-  }
 }
 
 TEST(FindId, MissingFileLogsUnderItsLabelAndReturnsNothing) {

@@ -2,35 +2,40 @@
 // installation and runs passes; `<case>.ref` holds every file the passes changed or removed and
 // the window's counters and lists afterwards.
 //
-// Directives: "@set <setting> <value>" (debug, log, postmasters, users_auto, domains_auto),
+// Directives: "@set <setting> <value>" (debug, log, postmasters, users_auto, domains_auto,
+// safe_delivery), "@fail <open|unlink> <EACCES|ENOSPC> <path part>" (fails such calls until
+// "@clear"), "@advance <seconds>" (the clock), "@remove <path>",
 // "@postmaster <line>" (a line of the local postmasters list), "@purgedlist <n> <line>" (n
 // lines already in the purged list), "@clock Y M D h m s" (the local
-// time), "@pass" (list IN/ as the scheduler does and run one pass; one runs at the end when the
-// case has none).
+// time), "@pass" (take back deferred pairs, list IN/ as the scheduler does and run one pass; one
+// runs at the end when the case has none).
 
 #include "support/scenario.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <map>
 #include <string>
 
 #include "platform/fs.h"
 #include "platform/names.h"
+#include "spool/input_pair.h"
 #include "spool/pass.h"
 
 namespace quellor::testing {
 namespace {
 
 // Shows regular files as last modified at the fake clock's time (minus their real age), so the
-// request throttle's "written today" test follows the test's clock.
-class FakeTimeFileSystem : public FileSystem {
+// request throttle's "written today" test follows the test's clock; fails calls on request.
+class FakeTimeFileSystem : public FaultyFileSystem {
  public:
   explicit FakeTimeFileSystem(const FakeClock& clock) : clock_(clock) {}
   int Stat(const std::string& path, struct stat* st) override {
-    const int r = FileSystem::Stat(path, st);
+    const int r = FaultyFileSystem::Stat(path, st);
     if (r == 0 && S_ISREG(st->st_mode)) st->st_mtime += clock_.Now() - std::time(nullptr);
     return r;
   }
@@ -39,9 +44,10 @@ class FakeTimeFileSystem : public FileSystem {
   const FakeClock& clock_;
 };
 
-// What the scheduler does: list IN/, count it into `total`, run the pass.
+// What the scheduler does: take back deferred pairs, list IN/, count it into `total`, run the pass.
 void RunPass(TempTree& tree) {
   ForgetNameIndexes();
+  ReturnDeferred(tree.ctx);
   WindowModel& w = tree.ctx.window;
   w.File1.Clear();
   for (const auto& name : ListFiles(tree.Path("IN"), "*.EML")) w.File1.Add(name);
@@ -60,6 +66,16 @@ TEST_P(SpoolScenario, MatchesReference) {
   ScopedFileSystem seam(&fake_time);
 
   Scenario scenario(tree);
+  scenario.On("fail", [&](TempTree&, const std::vector<std::string>& w) {
+    const std::map<std::string, FsOp> ops = {{"open", FsOp::kOpen}, {"unlink", FsOp::kUnlink}};
+    const std::map<std::string, int> errors = {{"EACCES", EACCES}, {"ENOSPC", ENOSPC}};
+    fake_time.FailAlways(ops.at(w.at(1)), errors.at(w.at(2)), w.at(3));
+  });
+  scenario.On("clear", [&](TempTree&, const std::vector<std::string>&) { fake_time.Clear(); });
+  scenario.On("advance", [](TempTree& t, const std::vector<std::string>& w) {
+    t.clock.Advance(std::chrono::seconds(std::stoi(w.at(1))));
+  });
+  scenario.On("remove", [](TempTree& t, const std::vector<std::string>& w) { t.Remove(w.at(1)); });
   bool passed = false;
   scenario.On("set", [](TempTree& t, const std::vector<std::string>& w) {
     Settings& s = t.ctx.settings;
@@ -67,7 +83,8 @@ TEST_P(SpoolScenario, MatchesReference) {
                                                           {"log", &s.log},
                                                           {"postmasters", &s.postmasters},
                                                           {"users_auto", &s.users_auto},
-                                                          {"domains_auto", &s.domains_auto}};
+                                                          {"domains_auto", &s.domains_auto},
+                                                          {"safe_delivery", &s.safe_delivery}};
     ASSERT_TRUE(settings.count(w.at(1))) << w[1];
     *settings.at(w[1]) = w.at(2);
   });

@@ -1,6 +1,7 @@
 #include "support/scenario.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -50,8 +51,6 @@ std::string Unescape(const std::string& text) {
   return out;
 }
 
-namespace {
-
 std::string Escape(const std::string& bytes) {
   std::string out;
   for (const char ch : bytes) {
@@ -70,6 +69,8 @@ std::string Escape(const std::string& bytes) {
   if (!out.empty() && out.back() != '\n') out += '\n';
   return out;
 }
+
+namespace {
 
 // A file as the references show it: CR LF lines as lines, anything else escaped.
 std::string Show(const std::string& path, const std::string& bytes) {
@@ -114,11 +115,29 @@ std::vector<std::string> Scenario::Cases(const std::string& folder) {
   return cases;
 }
 
-void Scenario::Snapshot() {
-  for (const auto& e : fs::recursive_directory_iterator(tree_.root())) {
-    const std::string rel = e.path().string().substr(tree_.root().size());
-    before_[e.is_directory() ? rel + "/" : rel] = e.is_directory() ? "" : ReadAll(e.path());
+namespace {
+
+// Every file and folder below the root: a folder's name ends in "/", a symbolic link reads
+// "@link <target>", anything else that is no regular file "@fifo".
+std::map<std::string, std::string> Contents(const std::string& root) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    const std::string rel = e.path().string().substr(root.size());
+    if (e.is_symlink()) {
+      out[rel] = "@link " + fs::read_symlink(e.path()).string();
+    } else if (e.is_directory()) {
+      out[rel + "/"] = "";
+    } else {
+      out[rel] = e.is_regular_file() ? ReadAll(e.path()) : "@fifo";
+    }
   }
+  return out;
+}
+
+}  // namespace
+
+void Scenario::Snapshot() {
+  before_.merge(Contents(tree_.root()));
 }
 
 std::string Scenario::Run(const std::string& in_path) {
@@ -152,6 +171,19 @@ std::string Scenario::Run(const std::string& in_path) {
         bytes.resize(std::stoul(words.at(1)), 'x');
         file = last;
         flush();
+      } else if (!words.empty() && (words[0] == "link" || words[0] == "fifo")) {
+        // "@link <path> <target>" makes a symbolic link, "@fifo <path>" a FIFO.
+        fs::remove(tree_.Path(words.at(1)));
+        fs::create_directories(fs::path(tree_.Path(words[1])).parent_path());
+        for (fs::path p = fs::path(words[1]).parent_path(); !p.empty(); p = p.parent_path())
+          before_[p.string() + "/"] = "";
+        if (words[0] == "link") {
+          fs::create_symlink(words.at(2), tree_.Path(words[1]));
+          before_[words[1]] = "@link " + words[2];
+        } else {
+          if (::mkfifo(tree_.Path(words[1]).c_str(), 0644) != 0) ADD_FAILURE() << line;
+          before_[words[1]] = "@fifo";
+        }
       } else if (!words.empty() && directives_.count(words[0])) {
         directives_[words[0]](tree_, words);
       } else {
@@ -166,11 +198,7 @@ std::string Scenario::Run(const std::string& in_path) {
 }
 
 std::string Scenario::Changes() const {
-  std::map<std::string, std::string> after;
-  for (const auto& e : fs::recursive_directory_iterator(tree_.root())) {
-    const std::string rel = e.path().string().substr(tree_.root().size());
-    after[e.is_directory() ? rel + "/" : rel] = e.is_directory() ? "" : ReadAll(e.path());
-  }
+  const std::map<std::string, std::string> after = Contents(tree_.root());
   std::string out;
   for (const auto& [path, bytes] : before_) {
     if (!after.count(path)) out += "-- " + path + "\n";
@@ -180,6 +208,9 @@ std::string Scenario::Changes() const {
     if (old != before_.end() && old->second == bytes) continue;
     out += path.ends_with("/") ? "== " + path + "\n" : Show(path, bytes);
   }
+  // Paths in logs name the temporary root; the references name it "$ROOT/".
+  for (size_t at = 0; (at = out.find(tree_.root(), at)) != std::string::npos; at += 6)
+    out.replace(at, tree_.root().size(), "$ROOT/");
   return out;
 }
 

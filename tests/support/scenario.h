@@ -6,7 +6,8 @@
 // each written with CR LF; "=~ path" starts a file whose following lines are joined as they are,
 // with the escapes \r \n \t \0 \\ and \xHH; "-- path" in a result names a removed file; a path
 // ending in "/" is a folder. Lines beginning with "@" are directives ("@fill <size>" pads the file
-// before it with "x"; the test adds the rest); lines beginning with "#" are comments. Set
+// before it with "x", "@link <path> <target>" makes a symbolic link, "@fifo <path>" a FIFO; the
+// test adds the rest); lines beginning with "#" are comments. Set
 // QUELLOR_BLESS=1 to write the results as the new references.
 
 #include <gtest/gtest.h>
@@ -45,6 +46,8 @@ class Scenario {
   std::map<std::string, std::string> before_;  // path -> bytes ("/" suffix for folders)
 };
 
+// The escaped form of bytes, a line break after each "\n" and at the end.
+std::string Escape(const std::string& bytes);
 // Bytes from the escaped form of a "=~" file (\r \n \t \0 \\ \xHH).
 std::string Unescape(const std::string& text);
 // A case's name as a test name (letters and digits kept, anything else "_").

@@ -1,0 +1,18 @@
+#pragma once
+// Golden tables: `tests/data/tables/<name>.tsv` holds one case a line, its fields separated by tabs
+// and escaped as in the scenarios (\r \n \t \0 \\ \xHH), the last field the expected result; lines
+// beginning with "#" are comments. QUELLOR_BLESS=1 rewrites the expected fields.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace quellor::testing {
+
+// Runs `f` on the fields of every case but the last and compares its result (or "!" and what it
+// threw: a run-time error's number and text, or another exception's text) with the last field;
+// every difference fails, named by file and line.
+void CheckTable(const std::string& name,
+                const std::function<std::string(const std::vector<std::string>&)>& f);
+
+}  // namespace quellor::testing
