@@ -114,9 +114,13 @@ std::vector<std::string> Scenario::Cases(const std::string& folder) {
   return cases;
 }
 
+// The tree's lock file, which every pass opens: not part of what a case changes.
+constexpr const char* kLockFile = ".quellor.lock";
+
 void Scenario::Snapshot() {
   for (const auto& e : fs::recursive_directory_iterator(tree_.root())) {
     const std::string rel = e.path().string().substr(tree_.root().size());
+    if (rel == kLockFile) continue;
     before_[e.is_directory() ? rel + "/" : rel] = e.is_directory() ? "" : ReadAll(e.path());
   }
 }
@@ -169,6 +173,7 @@ std::string Scenario::Changes() const {
   std::map<std::string, std::string> after;
   for (const auto& e : fs::recursive_directory_iterator(tree_.root())) {
     const std::string rel = e.path().string().substr(tree_.root().size());
+    if (rel == kLockFile) continue;
     after[e.is_directory() ? rel + "/" : rel] = e.is_directory() ? "" : ReadAll(e.path());
   }
   std::string out;
