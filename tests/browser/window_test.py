@@ -263,10 +263,10 @@ def run(driver, base, status_port, root):
         waits(lambda d: d.title != "waiting")
         driver.close()
         driver.switch_to.window(window)
-        token = driver.execute_script("return TOKEN")
         forged = urllib.request.Request(
             base + "/release", data=b"carol@example.org\nM0101", method="POST",
-            headers={"X-Quellor-Token": token, "Origin": f"http://127.0.0.1:{server.server_port}"})
+            headers={"X-Quellor-Token": driver.execute_script("return TOKEN"),
+                     "Origin": f"http://127.0.0.1:{server.server_port}"})
         try:
             status = urllib.request.urlopen(forged, timeout=DEADLINE).status
         except urllib.error.HTTPError as e:
