@@ -4,7 +4,9 @@
 #   1. mail from known, unknown and unconfigured-recipient senders is routed;
 #   2. the unknown sender replies to the validation request: the held mail is released and the
 #      sender white-listed;
-#   3. a postmaster bounces another validation request: the held mail is purged.
+#   3. a postmaster bounces another validation request: the held mail is purged;
+#   4. the administrator reviews the held mail and releases a message by hand, with the opt-in
+#      filter that sends no validation requests to robots (mailing lists, auto-responders).
 # Every step prints where the messages went. Re-running starts again from a fresh ./demo/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,6 +22,8 @@ FRIEND="friend@partner.test" # on alice's white list
 STRANGER="stranger@unknown.test"
 SPAMMER="spammer@forged.test"
 POSTMASTER="MAILER-DAEMON@mx.forged.test"
+COLLEAGUE="colleague@elsewhere.test"
+NEWSLETTER="news@lists.partner.test"
 
 say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
 note() { printf '   %s\n' "$*"; }
@@ -35,13 +39,14 @@ show_tree() {
 
 # Message stems begin with the date and time, like the names the mail server gives them.
 SEQ=100
-# drop SENDER RECIPIENT SUBJECT BODY: writes one pair into IN/, message file first.
+# drop SENDER RECIPIENT SUBJECT BODY [HEADER]: writes one pair into IN/, message file first.
 drop() {
   SEQ=$((SEQ + 1))
-  local stem
+  local stem extra=""
   stem="$(date +%Y%m%d%H%M%S)$SEQ"
-  printf 'From: <%s>\r\nTo: <%s>\r\nSubject: %s\r\nDate: %s\r\nMessage-ID: <%s@demo>\r\n\r\n%s\r\n' \
-    "$1" "$2" "$3" "$(LC_ALL=C date -R)" "$stem" "$4" >"$QUELLOR_ROOT/IN/$stem.EML"
+  [ -z "${5:-}" ] || extra="$5"$'\r\n'
+  printf 'From: <%s>\r\nTo: <%s>\r\nSubject: %s\r\nDate: %s\r\nMessage-ID: <%s@demo>\r\n%s\r\n%s\r\n' \
+    "$1" "$2" "$3" "$(LC_ALL=C date -R)" "$stem" "$extra" "$4" >"$QUELLOR_ROOT/IN/$stem.EML"
   printf '%s\r\n%s\r\n' "$1" "$2" >"$QUELLOR_ROOT/IN/$stem.WAI"
   note "IN/$stem  $1 -> $2  \"$3\""
 }
@@ -130,6 +135,27 @@ step_bounce() {
   show "$(activity_log)"
 }
 
+step_held_by_hand() {
+  say "Held mail reviewed by hand, and no requests to robots"
+  sed -i 's/^CHALLENGE_FILTER=.*/CHALLENGE_FILTER=ON\r/' "$QUELLOR_ROOT/quellor.ini"
+  note "quellor.ini: CHALLENGE_FILTER=ON (mailing lists, auto-responders and bounces get no request)"
+  drop "$COLLEAGUE" "$PROTECTED" "Minutes of the meeting" "The minutes are attached."
+  drop "$NEWSLETTER" "$PROTECTED" "Partner news" "This week at Partner." \
+    "List-Id: Partner news <news.lists.partner.test>"
+  run_pass
+  note "Both are held; only $COLLEAGUE gets a request. The activity log's last lines:"
+  tail -n 3 "$(activity_log)" | tr -d '\r' | sed 's/^/   | /'
+  note "\$ quellorctl held"
+  "$CTL" held | sed 's/^/   | /'
+  local id
+  id="$("$CTL" held "$PROTECTED" | awk -v s="$NEWSLETTER" '$6 == s { print $4; exit }')"
+  note "\$ quellorctl release $PROTECTED $id   (alice wants the newsletter after all)"
+  "$CTL" release "$PROTECTED" "$id" | sed 's/^/   | /'
+  show_tree
+  show "$QUELLOR_ROOT/Users/$PROTECTED.WLT"
+  note "release and drop wait for a running pass (the tree's lock), so they are safe beside the service."
+}
+
 # The service itself: quellor -debug on the demo tree, with its window page, and mail dropped
 # into IN/ while it runs. The program sits beside quellorctl.
 SERVICE="$(dirname "$CTL")/quellor"
@@ -185,6 +211,9 @@ step_service() {
   done
   note "IN/ is empty after ${waited}s. New activity-log lines:"
   tail -n +"$((lines + 1))" "$log" | tr -d '\r' | sed 's/^/   | /'
+  say "Held mail beside the running service"
+  note "\$ quellorctl held"
+  "$CTL" held | sed 's/^/   | /'
   say "The running service's status reply"
   "$CTL" status 127.0.0.1 "$STATUS_PORT" | tr -d '\r' | sed 's/^/   | /' || true
 
@@ -210,6 +239,7 @@ step_fresh_tree
 step_first_mail
 step_reply
 step_bounce
+step_held_by_hand
 step_service
 # The same cycle through real SMTP with a private Postfix (skipped, loudly, where it cannot run).
 QUELLOR_BUILD="$(dirname "$CTL")" bash "$REPO/scripts/demo_postfix.sh"

@@ -33,6 +33,7 @@ constexpr Key kKeys[] = {
     {"LOG=", nullptr, &Settings::log},
     {"DEBUG=", nullptr, &Settings::debug},
     {"SAFE_DELIVERY=", nullptr, &Settings::safe_delivery},
+    {"CHALLENGE_FILTER=", nullptr, &Settings::challenge_filter},
 };
 
 }  // namespace
@@ -41,8 +42,9 @@ void readini(Context& ctx) {
   Settings& s = ctx.settings;
   // LOG and DEBUG keep the start values that start-up gave them.
   s.listening_port = s.server_port = s.gateway_port = 0;
-  for (std::string* text : {&s.server, &s.gateway, &s.postmasters, &s.validation_method,
-                            &s.domains_auto, &s.users_auto, &s.safe_delivery}) {
+  for (std::string* text :
+       {&s.server, &s.gateway, &s.postmasters, &s.validation_method, &s.domains_auto, &s.users_auto,
+        &s.safe_delivery, &s.challenge_filter}) {
     text->clear();
   }
 

@@ -29,15 +29,17 @@ struct Settings {
   std::string gateway;
   std::string postmasters;
   std::string validation_method;
-  std::string domains_auto;   // automatic local domains: on only when exactly "YES"
-  std::string users_auto;     // automatic user provisioning: on only when exactly "YES"
-  std::string log = "ON";     // retry log: on only when exactly "ON"
-  std::string debug = "OFF";  // window visible unless exactly "OFF"; warnings only when "ON"
-  std::string safe_delivery;  // the loss-free switch: on only when exactly "ON"
+  std::string domains_auto;      // automatic local domains: on only when exactly "YES"
+  std::string users_auto;        // automatic user provisioning: on only when exactly "YES"
+  std::string log = "ON";        // retry log: on only when exactly "ON"
+  std::string debug = "OFF";     // window visible unless exactly "OFF"; warnings only when "ON"
+  std::string safe_delivery;     // the loss-free switch: on only when exactly "ON"
+  std::string challenge_filter;  // no requests to robots: on only when exactly "ON"
 
   bool LogOn() const { return log == "ON"; }
   bool DebugOn() const { return debug == "ON"; }
   bool SafeDeliveryOn() const { return safe_delivery == "ON"; }
+  bool ChallengeFilterOn() const { return challenge_filter == "ON"; }
 };
 
 // What the pass keeps between passes while SAFE_DELIVERY is on (names upper-cased).

@@ -393,8 +393,12 @@ int MessageComponent::Open(const std::string& path) {
 }
 
 std::string MessageComponent::Subject() const {
+  return Header("Subject");
+}
+
+std::string MessageComponent::Header(std::string_view name) const {
   for (const Impl::Field& f : impl_->fields) {
-    if (!SameName(f.name, "Subject")) continue;
+    if (!SameName(f.name, name)) continue;
     std::string value = f.raw.substr(f.raw.find(':') + 1);
     GMimeParserOptions* options = DecodeOptions();
     char* unfolded = g_mime_utils_header_unfold(value.c_str());
@@ -405,6 +409,11 @@ std::string MessageComponent::Subject() const {
     return Utf8ToCp1252(utf8);
   }
   return "";
+}
+
+bool MessageComponent::HasHeader(std::string_view name) const {
+  return std::any_of(impl_->fields.begin(), impl_->fields.end(),
+                     [&](const Impl::Field& f) { return SameName(f.name, name); });
 }
 
 void MessageComponent::RemoveHeader(std::string_view name) {

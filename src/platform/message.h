@@ -20,6 +20,10 @@ class MessageComponent {
   int Open(const std::string& path);
   // The unfolded Subject value, RFC 2047 words decoded, in Windows-1252; "" when none.
   std::string Subject() const;
+  // The same for the first header of any name (case-insensitive); "" when none.
+  std::string Header(std::string_view name) const;
+  // Whether the opened message has a header of that name (case-insensitive).
+  bool HasHeader(std::string_view name) const;
   // Removes every header line (with its continuation lines) of that name, case-insensitively.
   void RemoveHeader(std::string_view name);
   // Adds "name: value" at the end of the header block, in the file's own line-end style; a

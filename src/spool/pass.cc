@@ -12,6 +12,7 @@
 #include "platform/message.h"
 #include "platform/names.h"
 #include "platform/text.h"
+#include "platform/tree_lock.h"
 #include "spool/ids.h"
 #include "spool/input_pair.h"
 #include "spool/pass_run.h"
@@ -143,6 +144,9 @@ void RecoverRewrites(PassRun& p) {
 }  // namespace
 
 void quellor(Context& ctx) {
+  // Never beside another process's pass, nor beside an administrator's release or drop. A lock
+  // file that cannot be opened does not stop the pass.
+  const TreeLock lock(ctx.root);
   PassRun p(ctx);
   WindowModel& w = ctx.window;
   p.Mark(1);

@@ -197,7 +197,8 @@ std::string JsonString(std::string_view utf8) {
   return out;
 }
 
-std::string RenderWindowPage(const WindowModel& w, std::string_view token, std::string_view nonce) {
+std::string RenderWindowPage(const WindowModel& w, std::string_view token, std::string_view nonce,
+                             std::string_view below) {
   const std::string title = Html(w.title);
   const std::string n(nonce);
   std::string page;
@@ -247,7 +248,9 @@ std::string RenderWindowPage(const WindowModel& w, std::string_view token, std::
       "<dialog id=\"msgbox\"><p id=\"msgtext\"></p><div><button type=\"button\" "
       "id=\"msgok\">OK</button></div></dialog>\n";
   page += "<script nonce=\"" + n + "\">\nconst TOKEN = \"" + std::string(token) + "\";" + kScript +
-          "</script>\n</body>\n</html>\n";
+          "</script>\n";
+  page += below;
+  page += "</body>\n</html>\n";
   return page;
 }
 

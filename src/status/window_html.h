@@ -20,8 +20,9 @@ std::string JsonString(std::string_view utf8);
 
 // The whole page with the window's current state. `token` is the page's secret that every
 // request from its script carries; `nonce` admits the page's own inline script and style.
+// `below` is further markup placed under the window (the held-mail view).
 std::string RenderWindowPage(const WindowModel& window, std::string_view token,
-                             std::string_view nonce);
+                             std::string_view nonce, std::string_view below = "");
 // The window's state as the page's script reads it: title, counters, lists, check box.
 std::string RenderWindowState(const WindowModel& window);
 

@@ -11,6 +11,9 @@
 #include <vector>
 
 #include "platform/errors.h"
+#include "platform/text.h"
+#include "spool/held.h"
+#include "status/held_view.h"
 #include "status/status_listener.h"
 #include "status/window_html.h"
 
@@ -30,6 +33,8 @@ namespace {
 // At most this many connections at a time; more are closed at once, so a flood of connections
 // costs the loop nothing but an accept and a close each.
 constexpr size_t kMaxSessions = 16;
+// The held-mail view lists at most this many messages, newest first (the counts are complete).
+constexpr size_t kHeldShown = 200;
 
 std::string RandomHex(size_t bytes) {
   std::random_device device;
@@ -181,9 +186,9 @@ std::optional<http::response<http::string_body>> WindowServer::Impl::Handle(
   if (path == "/" || path == "/index.html") {
     if (!get) return Plain(req, http::status::method_not_allowed);
     const std::string nonce = RandomHex(12);
-    http::response<http::string_body> res =
-        Answer(req, http::status::ok, RenderWindowPage(ctx.window, token, nonce),
-               "text/html; charset=utf-8");
+    http::response<http::string_body> res = Answer(
+        req, http::status::ok, RenderWindowPage(ctx.window, token, nonce, RenderHeldSection(nonce)),
+        "text/html; charset=utf-8");
     res.set("Content-Security-Policy",
             "default-src 'none'; script-src 'nonce-" + nonce + "'; style-src 'nonce-" + nonce +
                 "'; connect-src 'self'; base-uri 'none'; form-action 'none'; "
@@ -191,14 +196,21 @@ std::optional<http::response<http::string_body>> WindowServer::Impl::Handle(
     return res;
   }
 
-  if (path != "/state" && path != "/check1") return Plain(req, http::status::not_found);
+  if (path != "/state" && path != "/check1" && path != "/held" && path != "/release" &&
+      path != "/drop") {
+    return Plain(req, http::status::not_found);
+  }
   if (!SameSecret(req["X-Quellor-Token"], token)) return Plain(req, http::status::forbidden);
 
-  if (path == "/state") {
+  if (path == "/state" || path == "/held") {
     if (!get) return Plain(req, http::status::method_not_allowed);
-    return Answer(req, http::status::ok, RenderWindowState(ctx.window), "application/json");
+    return Answer(
+        req, http::status::ok,
+        path == "/state" ? RenderWindowState(ctx.window) : RenderHeldState(ctx, kHeldShown),
+        "application/json");
   }
 
+  // Every change: a POST from the page itself.
   if (req.method() != http::verb::post) return Plain(req, http::status::method_not_allowed);
   // Browsers send Origin with every POST and, when they know it, Sec-Fetch-Site.
   if (!OriginIsThisServer(req[http::field::origin])) return Plain(req, http::status::forbidden);
@@ -206,9 +218,22 @@ std::optional<http::response<http::string_body>> WindowServer::Impl::Handle(
   if (site != req.end() && site->value() != "same-origin")
     return Plain(req, http::status::forbidden);
   const std::string& body = req.body();
-  if (body != "1" && body != "0") return Plain(req, http::status::bad_request);
-  ctx.window.check1 = body == "1";
-  return Answer(req, http::status::ok, RenderWindowState(ctx.window), "application/json");
+  if (path == "/check1") {
+    if (body != "1" && body != "0") return Plain(req, http::status::bad_request);
+    ctx.window.check1 = body == "1";
+    return Answer(req, http::status::ok, RenderWindowState(ctx.window), "application/json");
+  }
+
+  // "<user>\n<id>" in UTF-8: release or drop one held message, as the commands do.
+  const size_t newline = body.find('\n');
+  if (newline == std::string::npos) return Plain(req, http::status::bad_request);
+  const std::string user = Utf8ToCp1252(std::string_view(body).substr(0, newline));
+  const std::string id = Utf8ToCp1252(std::string_view(body).substr(newline + 1));
+  const HeldAction done = path == "/release" ? ReleaseHeld(ctx, user, id) : DropHeld(ctx, user, id);
+  return Answer(req, done.status == 0 ? http::status::ok : http::status::conflict,
+                "{\"status\":" + std::to_string(done.status) +
+                    ",\"message\":" + JsonString(Cp1252ToUtf8(done.message)) + "}",
+                "application/json");
 }
 
 bool WindowServer::Impl::Start() {

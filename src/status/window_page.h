@@ -5,11 +5,14 @@
 //   GET  /        the page, with the window's state and a per-process token
 //   GET  /state   the state as JSON (the page refreshes itself from it)
 //   POST /check1  body "1" or "0": ticks or clears "Accept External Query"
+//   GET  /held    the held-mail view as JSON: counts per user and the newest held messages
+//   POST /release body "<user>\n<id>": releases that held message (as `quellorctl release`)
+//   POST /drop    body "<user>\n<id>": drops it (as `quellorctl drop`)
 //
-// Only the page itself may use /state and /check1: the request must carry the token in the
+// Only the page itself may use these: the request must carry the token in the
 // X-Quellor-Token header, name this server in Host (no DNS rebinding), and a POST must come with
 // this server's Origin and, where the browser says so, from the same origin. A cross-site page
-// can therefore neither read the state nor tick the box.
+// can therefore neither read the state or the held mail, nor tick the box, nor release or drop.
 
 #include <boost/asio/io_context.hpp>
 #include <chrono>

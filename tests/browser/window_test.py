@@ -1,7 +1,8 @@
 """Drives the status window page in Debian's Chromium (through chromedriver and Selenium) against a
 running service over a fresh installation tree: counters and lists after a pass, ticking "Accept
 External Query" and the next external status query, a post from another site that must not
-change the box, and the double-click dialog of the domain list.
+change the box, the double-click dialog of the domain list, and the held-mail view: counts and
+list, a release through its button, and a release forged by another site that must fail.
 
 Usage: python3 window_test.py SERVICE_COMMAND...  (the program and its arguments: `quellor -debug`)
 The screenshot goes to $QUELLOR_SCREENSHOT (default: none).
@@ -12,6 +13,7 @@ deadline far longer than a busy machine needs; nothing is timed.
 """
 
 import http.server
+import json
 import os
 import re
 import shutil
@@ -22,6 +24,7 @@ import tempfile
 import threading
 import time
 import traceback
+import urllib.error
 import urllib.request
 
 from selenium import webdriver
@@ -86,7 +89,8 @@ def status_query(port, local_address):
 
 
 def make_tree(root):
-    for d in ["IN", "LOCAL", "OUT", "WAIT", "DEBUG", "Users", "SYSTEM", "LOG", "LOG/quellor"]:
+    for d in ["IN", "LOCAL", "OUT", "WAIT", "DEBUG", "Users", "SYSTEM", "LOG", "LOG/quellor",
+              "WAIT/carol@example.org"]:
         os.makedirs(os.path.join(root, d), exist_ok=True)
 
     def write(name, lines):
@@ -101,13 +105,21 @@ def make_tree(root):
     write("IN/M0001.WAI", ["alice@remote.example", "bob@example.org"])
     write("IN/M0001.EML", ["From: alice@remote.example", "To: bob@example.org",
                            "Subject: <b>Hello</b>", "", "Hi"])
+    # Two messages held for carol, the newer one last written.
+    for n, (stem, subject) in enumerate([("M0101", "First"), ("M0102", "<i>Second</i>")]):
+        write(f"WAIT/carol@example.org/{stem}.WAI",
+              ["stranger@remote.example", "carol@example.org", subject])
+        write(f"WAIT/carol@example.org/{stem}.EML",
+              ["From: stranger@remote.example", f"Subject: {subject}", "", "Hello"])
+        for ext in (".WAI", ".EML"):
+            os.utime(os.path.join(root, f"WAIT/carol@example.org/{stem}{ext}"), (1e9 + n, 1e9 + n))
 
 
-def other_site(window_port):
-    """A page of another site that posts "0" to the check box's address, as a hostile page could;
-    its title tells when the request has been answered."""
+def other_site(window_port, path="/check1", body="0"):
+    """A page of another site that posts `body` to one of the page's addresses, as a hostile page
+    could; its title tells when the request has been answered."""
     page = f"""<!doctype html><title>waiting</title><script>
-fetch("http://127.0.0.1:{window_port}/check1", {{method: "POST", mode: "no-cors", body: "0"}})
+fetch("http://127.0.0.1:{window_port}{path}", {{method: "POST", mode: "no-cors", body: {json.dumps(body)}}})
   .then(() => document.title = "sent", () => document.title = "failed");
 </script>""".encode()
 
@@ -132,7 +144,7 @@ def page_errors(driver):
     return [e["message"] for e in driver.get_log("browser") if e["level"] == "SEVERE"]
 
 
-def run(driver, base, status_port):
+def run(driver, base, status_port, root):
     def text(selector):
         return driver.find_element(By.CSS_SELECTOR, selector).get_attribute("textContent")
 
@@ -226,6 +238,56 @@ def run(driver, base, status_port):
     ActionChains(driver).double_click(driver.find_element(By.CSS_SELECTOR, "#List1 option")).perform()
     check("no dialog for the postmasters list", not dialog.is_displayed())
     errors += page_errors(driver)
+
+    # The held-mail view: counts per user and the list, newest first.
+    # Counted in the page: the view replaces its rows while they are looked at.
+    def held_rows():
+        return driver.execute_script("return document.querySelectorAll('#heldlist tr').length")
+
+    waits(lambda d: held_rows() == 2)
+    check("held counts", texts("#heldcounts td") == ["carol@example.org", "2"]
+          and text("#heldtotal") == "2", texts("#heldcounts td"))
+    rows = [[td.get_attribute("textContent") for td in tr.find_elements(By.CSS_SELECTOR, "td")][1:5]
+            for tr in driver.find_elements(By.CSS_SELECTOR, "#heldlist tr")]
+    check("held list newest first",
+          rows == [["carol@example.org", "stranger@remote.example", "<i>Second</i>", "64"],
+                   ["carol@example.org", "stranger@remote.example", "First", "56"]], rows)
+
+    # A release forged by another site fails: in the browser (no token, foreign origin), and
+    # even with the token when the origin is foreign.
+    held = os.path.join(root, "WAIT/carol@example.org/M0101.WAI")
+    server = other_site(base.rsplit(":", 1)[1], "/release", "carol@example.org\nM0101")
+    try:
+        driver.switch_to.new_window("tab")
+        driver.get(f"http://127.0.0.1:{server.server_port}/")
+        waits(lambda d: d.title != "waiting")
+        driver.close()
+        driver.switch_to.window(window)
+        forged = urllib.request.Request(
+            base + "/release", data=b"carol@example.org\nM0101", method="POST",
+            headers={"X-Quellor-Token": driver.execute_script("return TOKEN"),
+                     "Origin": f"http://127.0.0.1:{server.server_port}"})
+        try:
+            status = urllib.request.urlopen(forged, timeout=DEADLINE).status
+        except urllib.error.HTTPError as e:
+            status = e.code
+        check("release with a foreign origin refused", status == 403, status)
+    finally:
+        server.shutdown()
+    page_errors(driver)
+    check("forged releases left the mail held", os.path.exists(held))
+
+    # The page's own release button: the held message goes to LOCAL/ and is counted.
+    local_before = len(os.listdir(os.path.join(root, "LOCAL")))
+    driver.find_element(By.CSS_SELECTOR, '#heldlist tr[data-id="M0101"] button.release').click()
+    waits(lambda d: not os.path.exists(held) and held_rows() == 0)
+    check("release answered", text("#heldmsg").startswith(
+        "released 2 message(s) from <stranger@remote.example> to <carol@example.org>"),
+        text("#heldmsg"))
+    check("released into LOCAL/", len(os.listdir(os.path.join(root, "LOCAL"))) == local_before + 4)
+    waits(lambda d: text("#Validations") == "2")
+    check("release counted", text("#todayvalidations") == "2")
+    errors += page_errors(driver)
     check("no script errors", not errors, "; ".join(errors))
 
 
@@ -261,7 +323,7 @@ def main():
         # The page itself 1100 by 640, whatever room the headless window keeps for itself.
         driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                {"width": 1100, "height": 640, "deviceScaleFactor": 1, "mobile": False})
-        run(driver, base, status_port)
+        run(driver, base, status_port, root)
     except Exception:
         check("browser test ran to its end", False, traceback.format_exc())
     finally:

@@ -39,6 +39,15 @@ inline CtlResult Ctl(const TempTree& tree, const std::string& root, const std::s
   return r;
 }
 
+// A pair in IN/: message file first, then the envelope.
+inline void Drop(const TempTree& tree, const std::string& stem, const std::string& sender,
+                 const std::string& recipient, const std::string& subject) {
+  tree.Write("IN/" + stem + ".EML", "From: <" + sender + ">\r\nTo: <" + recipient +
+                                        ">\r\nSubject: " + subject + "\r\n\r\nBody of " + stem +
+                                        "\r\n");
+  tree.WriteLines("IN/" + stem + ".WAI", {sender, recipient});
+}
+
 // True when `text` has the shape of `form`: "9" a digit, "A" a capital, "a" a small letter,
 // any other character itself.
 inline bool HasShape(std::string_view text, std::string_view form) {

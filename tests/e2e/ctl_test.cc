@@ -108,15 +108,6 @@ TEST(CtlInit, CreatesACompleteTreeAndNeverOverwrites) {
   EXPECT_EQ(tree.Read("blocked/IN"), "x");
 }
 
-// A pair in IN/: message file first, then the envelope.
-void Drop(const TempTree& tree, const std::string& stem, const std::string& sender,
-          const std::string& recipient, const std::string& subject) {
-  tree.Write("IN/" + stem + ".EML", "From: <" + sender + ">\r\nTo: <" + recipient +
-                                        ">\r\nSubject: " + subject + "\r\n\r\nBody of " + stem +
-                                        "\r\n");
-  tree.WriteLines("IN/" + stem + ".WAI", {sender, recipient});
-}
-
 // The state dump with its start-up time checked and taken out.
 std::string DumpAfterStartTime(const std::string& dump) {
   const std::string key = "START UP TIME=";

@@ -117,12 +117,17 @@ std::vector<std::string> Scenario::Cases(const std::string& folder) {
 
 namespace {
 
-// Every file and folder below the root: a folder's name ends in "/", a symbolic link reads
+// The tree's lock file, which every pass opens: not part of what a case changes.
+constexpr const char* kLockFile = ".quellor.lock";
+
+// Every file and folder below the root (the lock file left out): a folder's name ends in "/", a
+// symbolic link reads
 // "@link <target>", anything else that is no regular file "@fifo".
 std::map<std::string, std::string> Contents(const std::string& root) {
   std::map<std::string, std::string> out;
   for (const auto& e : fs::recursive_directory_iterator(root)) {
     const std::string rel = e.path().string().substr(root.size());
+    if (rel == kLockFile) continue;
     if (e.is_symlink()) {
       out[rel] = "@link " + fs::read_symlink(e.path()).string();
     } else if (e.is_directory()) {

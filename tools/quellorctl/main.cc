@@ -1,5 +1,5 @@
-// quellorctl, the administrator's tool: creates installation trees, runs passes by hand and
-// asks a running service for its status.
+// quellorctl, the administrator's tool: creates installation trees, runs passes by hand, asks a
+// running service for its status, and lists, releases and drops held mail.
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <iostream>
@@ -26,6 +26,10 @@ int main(int argc, char** argv) {
       {"pass", "run the start-up and a pass over IN/ (--all: until it is empty), print the state",
        quellor::ctl::RunPass},
       {"status", "print the status reply of a running service", quellor::ctl::RunStatus},
+      {"held", "list the held messages (user, identifier, date, sender, subject, size)",
+       quellor::ctl::RunHeld},
+      {"release", "release a held message as a validation reply would", quellor::ctl::RunRelease},
+      {"drop", "drop a held message as a bounce of its request would", quellor::ctl::RunDrop},
       {"postfix", "install|uninstall|check: make Postfix the host mail server in one command",
        quellor::ctl::RunPostfix},
   };
@@ -40,7 +44,7 @@ int main(int argc, char** argv) {
     for (const Command& c : commands) known = known || c.sub->check_name(argv[1]);
     if (!known) {
       std::cerr << "quellorctl: unknown command \"" << argv[1]
-                << "\" (init, pass, status or postfix; --help for more)\n";
+                << "\" (init, pass, status, held, release, drop or postfix; --help for more)\n";
       return 2;
     }
   }

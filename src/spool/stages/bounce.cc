@@ -43,7 +43,15 @@ void BounceStage(PassRun& p) {
     return;
   }
 
-  const std::string id = s.first_wait_id;
+  PurgeHeld(p, s.first_wait_id, "Ret." + s.message_file,
+            "Deleted - <" + s.sender + "> to <" + s.recipient + "> - sender bounces validation");
+  // The handled flag stays set: the bounce is never delivered.
+}
+
+void PurgeHeld(PassRun& p, const std::string& id, const std::string& origin,
+               const std::string& line) {
+  Context& ctx = p.ctx;
+  PassState& s = p.s;
   // A mailbox name that could leave WAIT/ names no waiting area at all.
   if (SafeName(s.user)) {
     const std::string held = ctx.Path("WAIT/" + s.user + "/" + id);
@@ -58,18 +66,11 @@ void BounceStage(PassRun& p) {
     if (ctx.window.purgedlist.Count() > 1000) ctx.window.purgedlist.Clear();
   });
   p.Step([&] {
-    if (ctx.settings.DebugOn()) {
-      ctx.window.purgedlist.Add("Ret." + s.message_file + " - Orig." + s.user + "/" + id);
-    }
+    if (ctx.settings.DebugOn()) ctx.window.purgedlist.Add(origin + " - Orig." + s.user + "/" + id);
   });
   p.Step([&] { ctx.window.purged.Increment(); });
   p.Step([&] { ctx.window.todaypurged.Increment(); });
-  p.Step([&] {
-    Statuslog(ctx,
-              "Deleted - <" + s.sender + "> to <" + s.recipient + "> - sender bounces validation",
-              2, ".log");
-  });
-  // The handled flag stays set: the bounce is never delivered.
+  p.Step([&] { Statuslog(ctx, line, 2, ".log"); });
 }
 
 }  // namespace quellor

@@ -116,6 +116,18 @@ void Hold(PassRun& p, bool validation_off) {
       });
       return;
     }
+    // Opt-in: robots get no request either; their mail stays held like any other.
+    std::string robot;
+    if (ctx.settings.ChallengeFilterOn()) robot = RobotMail(p);
+    if (!robot.empty()) {
+      p.Step([&] {
+        Statuslog(ctx,
+                  "No request - <" + OneLine(s.sender) + "> is a robot (" + robot +
+                      "), held for <" + s.recipient + ">",
+                  2, ".log");
+      });
+      return;
+    }
     ComposeRequest(p);
   }
 }

@@ -209,7 +209,11 @@ void ReplyStage(PassRun& p) {
     InvalidForeign(p);
     return;
   }
+  ReleaseHeldSender(p, held_sender);
+}
 
+void ReleaseHeldSender(PassRun& p, const std::string& held_sender) {
+  const std::string folder = p.ctx.Path("WAIT/" + p.s.user + "/");
   // Every message of the held sender to this recipient, whichever identifier the reply named.
   std::vector<std::string> listed;
   p.Step([&] { listed = ListFiles(folder, "*.WAI"); });
@@ -217,7 +221,7 @@ void ReplyStage(PassRun& p) {
   const size_t count = listed.size();
   for (size_t i = 0; i < count; ++i) {
     const HeldEnvelope held = ReadListed(p, folder, listed[i]);
-    if (UCase(held.sender) == UCase(held_sender) && UCase(held.recipient) == UCase(s.recipient)) {
+    if (UCase(held.sender) == UCase(held_sender) && UCase(held.recipient) == UCase(p.s.recipient)) {
       Release(p, folder, held, held_sender);
     }
   }
