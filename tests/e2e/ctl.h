@@ -2,16 +2,15 @@
 // Runs the built quellorctl on a temporary installation, for the end-to-end tests.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "support/process.h"
 #include "support/temp_tree.h"
 
 namespace quellor::testing {
@@ -25,16 +24,10 @@ struct CtlResult {
 // `quellorctl <args>` with QUELLOR_ROOT=`root` and any further VAR=value words in `env`.
 inline CtlResult Ctl(const TempTree& tree, const std::string& root, const std::string& args,
                      const std::string& env = "") {
-  const std::string err_file = tree.Path("ctl.err");
-  const std::string command = "env QUELLOR_ROOT='" + root + "' " + env + " '" + QUELLOR_BINARY_DIR +
-                              "/quellorctl' " + args + " 2>'" + err_file + "'";
   CtlResult r;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return r;
-  char buffer[4096];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) r.out.append(buffer, n);
-  const int status = pclose(pipe);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  r.status = Sh("env QUELLOR_ROOT='" + root + "' " + env + " '" QUELLOR_BINARY_DIR "/quellorctl' " +
+                    args + " 2>'" + tree.Path("ctl.err") + "'",
+                &r.out);
   r.err = tree.Read("ctl.err");
   return r;
 }
@@ -52,6 +45,16 @@ inline bool HasShape(std::string_view text, std::string_view form) {
     if (!ok) return false;
   }
   return true;
+}
+
+// A status reply or state dump with its start-up time checked and taken out.
+inline std::string AfterStartTime(const std::string& dump) {
+  const std::string key = "START UP TIME=";
+  const size_t end = dump.find("\r\n");
+  const bool ok = dump.starts_with(key) && end != std::string::npos &&
+                  HasShape(dump.substr(key.size(), end - key.size()), "99 Aaa 9999 99:99:99");
+  EXPECT_TRUE(ok) << dump;
+  return ok ? dump.substr(end + 2) : dump;
 }
 
 // The lines of the day logs of `folder` ("dd-mm-yyyy<ext>", oldest first: a run across midnight
