@@ -1,8 +1,11 @@
-// quellorctl as an administrator runs it: the built program on a temporary installation tree.
-#include "e2e/ctl.h"
-
+// The built programs as an administrator runs them, on temporary installation trees: quellorctl
+// init and pass; the quellor program's command line, its unit files, and a -debug run that takes
+// mail dropped into IN/, answers `quellorctl status` and ends cleanly on SIGTERM.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <set>
@@ -12,9 +15,77 @@
 
 #include "config/readini.h"
 #include "platform/clock.h"
+#include "service/unit_files.h"
+#include "support/process.h"
+#include "support/temp_tree.h"
 
 namespace quellor::testing {
 namespace {
+
+struct CtlResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+// `quellorctl <args>` with QUELLOR_ROOT=`root` and any further VAR=value words in `env`.
+CtlResult Ctl(const TempTree& tree, const std::string& root, const std::string& args,
+              const std::string& env = "") {
+  CtlResult r;
+  r.status = Sh("env QUELLOR_ROOT='" + root + "' " + env + " '" QUELLOR_BINARY_DIR "/quellorctl' " +
+                    args + " 2>'" + tree.Path("ctl.err") + "'",
+                &r.out);
+  r.err = tree.Read("ctl.err");
+  return r;
+}
+
+// True when `text` has the shape of `form`: "9" a digit, "A" a capital, "a" a small letter,
+// any other character itself.
+bool HasShape(std::string_view text, std::string_view form) {
+  if (text.size() != form.size()) return false;
+  for (size_t i = 0; i < form.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const bool ok = form[i] == '9'   ? std::isdigit(c) != 0
+                    : form[i] == 'A' ? std::isupper(c) != 0
+                    : form[i] == 'a' ? std::islower(c) != 0
+                                     : text[i] == form[i];
+    if (!ok) return false;
+  }
+  return true;
+}
+
+// A status reply or state dump with its start-up time checked and taken out.
+std::string AfterStartTime(const std::string& dump) {
+  const std::string key = "START UP TIME=";
+  const size_t end = dump.find("\r\n");
+  const bool ok = dump.starts_with(key) && end != std::string::npos &&
+                  HasShape(dump.substr(key.size(), end - key.size()), "99 Aaa 9999 99:99:99");
+  EXPECT_TRUE(ok) << dump;
+  return ok ? dump.substr(end + 2) : dump;
+}
+
+// The lines of the day logs of `folder` ("dd-mm-yyyy<ext>", oldest first: a run across midnight
+// writes two) after their time of day, which must be "hh:mm:ss" followed by `gap`.
+std::vector<std::string> DayLogLines(const TempTree& tree, const std::string& folder,
+                                     const std::string& ext, const std::string& gap) {
+  std::vector<std::filesystem::path> days;
+  for (const auto& entry : std::filesystem::directory_iterator(tree.Path(folder))) {
+    if (HasShape(entry.path().filename().string(), "99-99-9999" + ext)) days.push_back(entry);
+  }
+  std::sort(days.begin(), days.end(), [](const auto& a, const auto& b) {
+    return std::filesystem::last_write_time(a) < std::filesystem::last_write_time(b);
+  });
+  std::vector<std::string> lines;
+  for (const auto& day : days) {
+    const std::string name = folder + "/" + day.filename().string();
+    EXPECT_TRUE(tree.Read(name).ends_with("\r\n")) << name;
+    for (const std::string& line : tree.ReadLines(name)) {
+      EXPECT_TRUE(HasShape(line.substr(0, 8 + gap.size()), "99:99:99" + gap)) << line;
+      lines.push_back(line.substr(std::min(line.size(), 8 + gap.size())));
+    }
+  }
+  return lines;
+}
 
 namespace fs = std::filesystem;
 
@@ -180,6 +251,85 @@ TEST(CtlPass, OnePassTakesFortyAndAllEmptiesTheQueue) {
   CtlResult missing = Ctl(tree, tree.Path("nothing-here"), "pass");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.err.find("no installation at"), std::string::npos);
+}
+
+const std::string kQuellor = " '" QUELLOR_BINARY_DIR "/quellor' ";
+
+TEST(QuellorProgram, CommandLineInstallAndUninstall) {
+  TempTree units;
+  const std::string root = units.root() + "spool/";
+  const std::string env = "QUELLOR_UNIT_DIR='" + units.root() + "' QUELLOR_ROOT='" + root + "'";
+  std::string out;
+  EXPECT_EQ(Sh(env + kQuellor + "-INSTALL 2>&1", &out), 2);
+  EXPECT_EQ(out, "Invalid command option\n");
+  EXPECT_FALSE(units.Exists("Quellor_Quellor.service"));
+  // A unit folder that does not exist: no registration, so no parameters either.
+  EXPECT_EQ(Sh("QUELLOR_UNIT_DIR='" + units.Path("none/") + "' QUELLOR_ROOT='" + root + "'" +
+               kQuellor + "-install 2>&1"),
+            1);
+  EXPECT_FALSE(units.Exists("none"));
+
+  ASSERT_EQ(Sh(env + kQuellor + "-install 2>&1", &out), 0);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(units.Read("Quellor_Quellor.service"),
+            "[Unit]\nDescription=Spam Quellor - Quellor\n\n[Service]\nType=notify\n"
+            "Environment=QUELLOR_ROOT=" +
+                root + "\nExecStart=" QUELLOR_BINARY_DIR "/quellor\n" +
+                *ConfinementText(root, ServiceUserIfPresent()) +
+                "\n[Install]\nWantedBy=multi-user.target\n");
+  EXPECT_EQ(units.Read("Quellor_Quellor.service.d/parameters.conf"), ParametersText());
+  EXPECT_NE(ParametersText().find("\nTimerInterval=1000\n"), std::string::npos);
+
+  ASSERT_EQ(Sh(env + kQuellor + "-uninstall"), 0);
+  EXPECT_FALSE(units.Exists("Quellor_Quellor.service"));
+  EXPECT_FALSE(units.Exists("Quellor_Quellor.service.d"));
+}
+
+TEST(QuellorProgram, DebugRunPassesDroppedMailAnswersStatusAndStopsOnSigterm) {
+  TempTree tree;
+  tree.Write("quellor.ini", "LOG=ON\r\nDEBUG=OFF\r\n");
+  const std::string port = std::to_string(FreePort()), err = tree.Path("quellor.err");
+  struct Running {
+    int pid;
+    ~Running() {
+      if (pid > 0) kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+    }
+  } program{Spawn({"/usr/bin/env", "QUELLOR_ROOT=" + tree.root(), "QUELLOR_STATUS_PORT=" + port,
+                   "QUELLOR_WINDOW_PORT=" + std::to_string(FreePort()),
+                   QUELLOR_BINARY_DIR "/quellor", "-debug"},
+                  err)};
+  ASSERT_GT(program.pid, 0);
+  // The Start event's entry, echoed on standard error, comes once start-up is over.
+  ASSERT_TRUE(WaitUntil([&] {
+    return ReadFile(err).find("[type 109, id 1] [0] \n") != std::string::npos;
+  })) << ReadFile(err);
+
+  tree.WriteLines("IN/20261116100000001.WAI", {"alice@far.example", "bob@x.org"});
+  tree.Write("IN/20261116100000001.EML",
+             "From: alice@far.example\r\nTo: bob@x.org\r\nSubject: hi\r\n\r\nHello.\r\n");
+  EXPECT_TRUE(WaitUntil([&] { return tree.List("IN").empty() && tree.List("LOCAL").size() == 2; }))
+      << tree.Read("LOG/system.log");
+
+  // The Start command opened the status port, named on the command line or in the environment.
+  const CtlResult named = Ctl(tree, tree.root(), "status 127.0.0.1 " + port);
+  EXPECT_EQ(named.status, 0) << named.err;
+  CheckGolden("e2e/debug_run_status.txt", AfterStartTime(named.out));
+  EXPECT_EQ(Ctl(tree, tree.root(), "status", "QUELLOR_STATUS_PORT=" + port).out, named.out);
+
+  kill(program.pid, SIGTERM);
+  int status = -1;
+  waitpid(program.pid, &status, 0);
+  program.pid = -1;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_TRUE(ReadFile(err).ends_with("Quellor_Quellor [type 109, id 1] [0] \n")) << ReadFile(err);
+
+  // Nothing answers any more; a port out of range is a usage error.
+  const CtlResult refused = Ctl(tree, tree.root(), "status 127.0.0.1 " + port);
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_NE(refused.err.find("cannot connect to 127.0.0.1 port " + port), std::string::npos)
+      << refused.err;
+  EXPECT_EQ(Ctl(tree, tree.root(), "status 127.0.0.1 99999").status, 2);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ class LogsTest : public ::testing::Test {
   TempTree t;
 };
 
-TEST_F(LogsTest, ErrorLogLineForm) {
+TEST_F(LogsTest, ErrorLogLineFormAndRaisingWhenItCannotWrite) {
   ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found");
   t.clock.SetLocal(2026, 1, 2, 3, 4, 5);
   ErrorLog(t.ctx, " - Alias", -2147221504, "Automation error");
@@ -36,9 +36,6 @@ TEST_F(LogsTest, ErrorLogLineForm) {
             "16/11/2026 10:00:00 : Quellor - nextid - # 53 - File not found\r\n"
             "02/01/2026 03:04:05 :  - Alias - #-2147221504 - Automation error\r\n"
             "02/01/2026 03:04:05 : Quellor - readini - # 0 - \r\n");
-}
-
-TEST_F(LogsTest, ErrorLogRaisesWhenItCannotWrite) {
   t.Remove("LOG");
   EXPECT_THROW(ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found"), RuntimeError);
 }
@@ -65,10 +62,9 @@ TEST_F(LogsTest, DayNameIsTakenForEveryLine) {
   t.clock.Advance(std::chrono::seconds(1));
   log(t.ctx, b, 1, ".iwr");
   Statuslog(t.ctx, "two", 2, ".log");
-  EXPECT_EQ(t.Read("LOG/quellor/31-12-2026.iwr"), "23:59:59  before\r\n");
-  EXPECT_EQ(t.Read("LOG/quellor/01-01-2027.iwr"), "00:00:00  after\r\n");
-  EXPECT_EQ(t.Read("LOG/31-12-2026.log"), "23:59:59 one\r\n");
-  EXPECT_EQ(t.Read("LOG/01-01-2027.log"), "00:00:00 two\r\n");
+  EXPECT_EQ(t.Read("LOG/quellor/31-12-2026.iwr") + "|" + t.Read("LOG/quellor/01-01-2027.iwr") +
+                "|" + t.Read("LOG/31-12-2026.log") + "|" + t.Read("LOG/01-01-2027.log"),
+            "23:59:59  before\r\n|00:00:00  after\r\n|23:59:59 one\r\n|00:00:00 two\r\n");
 }
 
 TEST_F(LogsTest, RetryLogInMissingFolderReportsEachFailingStatement) {
