@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
+#include <regex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -39,52 +39,29 @@ CtlResult Ctl(const TempTree& tree, const std::string& root, const std::string& 
   return r;
 }
 
-// True when `text` has the shape of `form`: "9" a digit, "A" a capital, "a" a small letter,
-// any other character itself.
-bool HasShape(std::string_view text, std::string_view form) {
-  if (text.size() != form.size()) return false;
-  for (size_t i = 0; i < form.size(); ++i) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    const bool ok = form[i] == '9'   ? std::isdigit(c) != 0
-                    : form[i] == 'A' ? std::isupper(c) != 0
-                    : form[i] == 'a' ? std::islower(c) != 0
-                                     : text[i] == form[i];
-    if (!ok) return false;
-  }
-  return true;
-}
-
 // A status reply or state dump with its start-up time checked and taken out.
 std::string AfterStartTime(const std::string& dump) {
-  const std::string key = "START UP TIME=";
-  const size_t end = dump.find("\r\n");
-  const bool ok = dump.starts_with(key) && end != std::string::npos &&
-                  HasShape(dump.substr(key.size(), end - key.size()), "99 Aaa 9999 99:99:99");
-  EXPECT_TRUE(ok) << dump;
-  return ok ? dump.substr(end + 2) : dump;
+  static const std::regex kStart(
+      "START UP TIME=\\d\\d [A-Z][a-z][a-z] \\d{4} \\d\\d:\\d\\d:\\d\\d\r\n");
+  std::smatch start;
+  EXPECT_TRUE(std::regex_search(dump, start, kStart, std::regex_constants::match_continuous))
+      << dump;
+  return start.empty() ? dump : start.suffix().str();
 }
 
-// The lines of the day logs of `folder` ("dd-mm-yyyy<ext>", oldest first: a run across midnight
-// writes two) after their time of day, which must be "hh:mm:ss" followed by `gap`.
-std::vector<std::string> DayLogLines(const TempTree& tree, const std::string& folder,
-                                     const std::string& ext, const std::string& gap) {
-  std::vector<std::filesystem::path> days;
+// The day logs of `folder` ("dd-mm-yyyy<ext>", oldest first: a run across midnight writes
+// two), each line's time of day, "hh:mm:ss" and a blank, taken out.
+std::string DayLogs(const TempTree& tree, const std::string& folder, const std::string& ext) {
+  std::vector<std::filesystem::directory_entry> days;
   for (const auto& entry : std::filesystem::directory_iterator(tree.Path(folder))) {
-    if (HasShape(entry.path().filename().string(), "99-99-9999" + ext)) days.push_back(entry);
+    if (std::regex_match(entry.path().filename().string(),
+                         std::regex("\\d\\d-\\d\\d-\\d{4}\\" + ext)))
+      days.push_back(entry);
   }
-  std::sort(days.begin(), days.end(), [](const auto& a, const auto& b) {
-    return std::filesystem::last_write_time(a) < std::filesystem::last_write_time(b);
-  });
-  std::vector<std::string> lines;
-  for (const auto& day : days) {
-    const std::string name = folder + "/" + day.filename().string();
-    EXPECT_TRUE(tree.Read(name).ends_with("\r\n")) << name;
-    for (const std::string& line : tree.ReadLines(name)) {
-      EXPECT_TRUE(HasShape(line.substr(0, 8 + gap.size()), "99:99:99" + gap)) << line;
-      lines.push_back(line.substr(std::min(line.size(), 8 + gap.size())));
-    }
-  }
-  return lines;
+  std::ranges::sort(days, {}, [](const auto& e) { return e.last_write_time(); });
+  std::string text;
+  for (const auto& day : days) text += ReadFile(day.path());
+  return std::regex_replace(text, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d "), "$1");
 }
 
 namespace fs = std::filesystem;
@@ -173,9 +150,8 @@ std::string Pass(const TempTree& tree, const std::string& args, bool logs = true
   std::string out = AfterStartTime(r.out);
   if (!logs) return out;
   out += "--\n";
-  for (const std::string& line : DayLogLines(tree, "LOG", ".log", " ")) out += line + "\n";
-  for (const std::string& line : DayLogLines(tree, "LOG/quellor", ".iwr", "  ")) out += line + "\n";
-  return out + tree.Read("LOG/system.log");
+  return out + DayLogs(tree, "LOG", ".log") + DayLogs(tree, "LOG/quellor", ".iwr") +
+         tree.Read("LOG/system.log");
 }
 
 // The subject of the request in OUT/ that names the held message `stem`.

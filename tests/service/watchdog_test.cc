@@ -62,11 +62,8 @@ TEST(ServiceManagerTest, NoBusGivesAnEmptyStateAndAQuietStart) {
   EXPECT_EQ(manager.QueryStateText(manager.ComputerName(), "Quellor_Dregger"), "");
   manager.StartService(manager.ComputerName(), "Quellor_Dregger");
   EXPECT_EQ(manager.QueryStateText("some-other-host", "Quellor_Dregger"), "");
-  if (saved) {
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", previous.c_str(), 1);
-  } else {
-    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-  }
+  saved ? setenv("DBUS_SYSTEM_BUS_ADDRESS", previous.c_str(), 1)
+        : unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
 }
 
 }  // namespace
