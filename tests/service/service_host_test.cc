@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <csignal>
-#include <ostream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "platform/errors.h"
@@ -20,14 +20,8 @@ namespace {
 
 using testing::TempTree;
 
-struct Entry {
-  int type, id;
-  std::string text;
-  bool operator==(const Entry&) const = default;
-  friend void PrintTo(const Entry& e, std::ostream* os) {
-    *os << "{" << e.type << ", " << e.id << ", \"" << e.text << "\"}";
-  }
-};
+// An event log entry: type, id, text.
+using Entry = std::tuple<int, int, std::string>;
 using Entries = std::vector<Entry>;
 const Entry kClosing{109, 1, "[0] "};
 
@@ -36,7 +30,7 @@ class RecordingEventLog : public EventLog {
  public:
   void LogEvent(int16_t type, int32_t id, const std::string& text) override {
     if (!fail_on.empty() && text == fail_on) Raise(kErrPermission);
-    entries.push_back({type, id, text});
+    entries.emplace_back(type, id, text);
   }
   Entries entries;
   std::string fail_on;
