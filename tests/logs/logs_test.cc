@@ -11,6 +11,7 @@
 #include "platform/fs.h"
 #include "platform/names.h"
 #include "spool/activity_log.h"
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
@@ -22,12 +23,11 @@ class LogsTest : public ::testing::Test {
  protected:
   std::vector<std::string> ErrorLines() const { return t.ReadLines("LOG/system.log"); }
   std::vector<std::string> Activity() const { return t.ReadLines("LOG/16-11-2026.log"); }
-  std::vector<std::string> Retry() const { return t.ReadLines("LOG/quellor/16-11-2026.iwr"); }
 
   TempTree t;
 };
 
-TEST_F(LogsTest, ErrorLogLineForm) {
+TEST_F(LogsTest, ErrorLogLineFormAndRaisingWhenItCannotWrite) {
   ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found");
   t.clock.SetLocal(2026, 1, 2, 3, 4, 5);
   ErrorLog(t.ctx, " - Alias", -2147221504, "Automation error");
@@ -36,33 +36,22 @@ TEST_F(LogsTest, ErrorLogLineForm) {
             "16/11/2026 10:00:00 : Quellor - nextid - # 53 - File not found\r\n"
             "02/01/2026 03:04:05 :  - Alias - #-2147221504 - Automation error\r\n"
             "02/01/2026 03:04:05 : Quellor - readini - # 0 - \r\n");
-}
-
-TEST_F(LogsTest, ErrorLogRaisesWhenItCannotWrite) {
   t.Remove("LOG");
   EXPECT_THROW(ErrorLog(t.ctx, "Quellor - nextid", 53, "File not found"), RuntimeError);
 }
 
-TEST_F(LogsTest, RetryLogLineAndTrailingLineEnd) {
-  struct Case {
-    std::string text;
-    std::string kept;  // the caller's text afterwards
-  } cases[] = {
-      {"plain", "plain"},         {"with end\r\n", "with end"},   {"\r\n", ""},
-      {"only LF\n", "only LF\n"}, {"twice\r\n\r\n", "twice\r\n"},
-  };
-  for (Case& c : cases) {
-    std::string text = c.text;
+TEST(LogTables, RetryLogAndStatuslogLines) {
+  testing::CheckTable("retry_log", [](const auto& f) {
+    TempTree t;
+    std::string text = f[0];
     log(t.ctx, text, 1, ".iwr");
-    EXPECT_EQ(text, c.kept);
-  }
-  // Whatever is left of a line end is written as blanks: one call, one line.
-  EXPECT_EQ(t.Read("LOG/quellor/16-11-2026.iwr"),
-            "10:00:00  plain\r\n"
-            "10:00:00  with end\r\n"
-            "10:00:00  \r\n"
-            "10:00:00  only LF \r\n"
-            "10:00:00  twice  \r\n");
+    return text + "\n" + t.Read("LOG/quellor/16-11-2026.iwr");
+  });
+  testing::CheckTable("statuslog", [](const auto& f) {
+    TempTree t;
+    Statuslog(t.ctx, f[0], 2, ".log");
+    return t.Read("LOG/16-11-2026.log") + t.Read("LOG/system.log");
+  });
 }
 
 TEST_F(LogsTest, DayNameIsTakenForEveryLine) {
@@ -73,10 +62,9 @@ TEST_F(LogsTest, DayNameIsTakenForEveryLine) {
   t.clock.Advance(std::chrono::seconds(1));
   log(t.ctx, b, 1, ".iwr");
   Statuslog(t.ctx, "two", 2, ".log");
-  EXPECT_EQ(t.Read("LOG/quellor/31-12-2026.iwr"), "23:59:59  before\r\n");
-  EXPECT_EQ(t.Read("LOG/quellor/01-01-2027.iwr"), "00:00:00  after\r\n");
-  EXPECT_EQ(t.Read("LOG/31-12-2026.log"), "23:59:59 one\r\n");
-  EXPECT_EQ(t.Read("LOG/01-01-2027.log"), "00:00:00 two\r\n");
+  EXPECT_EQ(t.Read("LOG/quellor/31-12-2026.iwr") + "|" + t.Read("LOG/quellor/01-01-2027.iwr") +
+                "|" + t.Read("LOG/31-12-2026.log") + "|" + t.Read("LOG/01-01-2027.log"),
+            "23:59:59  before\r\n|00:00:00  after\r\n|23:59:59 one\r\n|00:00:00 two\r\n");
 }
 
 TEST_F(LogsTest, RetryLogInMissingFolderReportsEachFailingStatement) {
@@ -98,31 +86,6 @@ TEST_F(LogsTest, LogSwitchOffSilencesOnlyTheRetryLog) {
   EXPECT_FALSE(t.Exists("LOG/quellor/16-11-2026.iwr"));
   EXPECT_EQ(Activity().size(), 1u);
   EXPECT_EQ(ErrorLines().size(), 1u);
-}
-
-TEST_F(LogsTest, StatuslogRewritesThePassTexts) {
-  struct Case {
-    std::string in;
-    std::string out;
-  } cases[] = {
-      {"Sent     - <a@x> to <u@y> - found in white list",
-       "Received     - <a@x> to <u@y> - found in white list"},
-      {"Sent     - <a@x> to <u@y> - learn mode", "Received     - <a@x> to <u@y> - learn mode"},
-      {"Sent     - <a@x> to <u@y> - forward mode",
-       "Received     - <a@x> to <u@y> - protection off"},
-      {"Queued - <a@x> to <u@y> - wait for validation",
-       "Delayed - <a@x> to <u@y> - wait for validation"},
-      {"Sent Sent x", "Received Received x"},
-      {"sent queued Forward mode", "sent queued Forward mode"},
-      {"text with end\r\n", "text with end"},
-  };
-  std::vector<std::string> expected;
-  for (const Case& c : cases) {
-    Statuslog(t.ctx, c.in, 2, ".log");
-    expected.push_back("10:00:00 " + c.out);
-  }
-  EXPECT_EQ(Activity(), expected);
-  EXPECT_FALSE(t.Exists("LOG/system.log"));
 }
 
 TEST_F(LogsTest, StatuslogFirstFailureEndsTheCall) {

@@ -2,14 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <functional>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/errors.h"
 #include "platform/fs.h"
 #include "platform/names.h"
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
@@ -17,207 +18,66 @@ namespace {
 
 using testing::TempTree;
 
-class PrimitivesTest : public ::testing::Test {
- protected:
-  PrimitivesTest() { t.ctx.settings.debug = "ON"; }
-
-  std::vector<std::string> RetryLog() const { return t.ReadLines("LOG/quellor/16-11-2026.iwr"); }
-  const std::vector<std::string>& Warnings() const { return t.ctx.window.List3.items(); }
-
+// Runs one retrying primitive on a fresh tree. Fields: the primitive, its two arguments (paths
+// relative to the root; OpenFile's second is the mode), the files to write first ("path=bytes"
+// or "folder/", blank-separated), the calls to fail ("op path-part times [errno]", from the
+// first), and the LOG and DEBUG switches. The outcome: sleeps, the retry log and the warnings
+// (root taken out), the error log, what the call returned, the files of IN, LOCAL and OUT.
+std::string RunPrimitive(const std::vector<std::string>& f) {
+  static const std::map<std::string, FsOp> kOps = {{"open", FsOp::kOpen},
+                                                   {"stat", FsOp::kStat},
+                                                   {"unlink", FsOp::kUnlink},
+                                                   {"rename", FsOp::kRename}};
   TempTree t;
+  t.ctx.settings.log = f[5];
+  t.ctx.settings.debug = f[6];
+  std::istringstream setup(f[3]);
+  for (std::string w; std::getline(setup, w, ' ');) {
+    if (w.ends_with("/")) t.MakeFolder(w);
+    if (!w.ends_with("/")) t.Write(w.substr(0, w.find('=')), w.substr(w.find('=') + 1));
+  }
+  ForgetNameIndexes();
   FaultyFileSystem fs;
-  ScopedFileSystem scope{&fs};
-};
+  ScopedFileSystem scope(&fs);
+  std::istringstream failure(f[4]);
+  std::string op, part, err = std::to_string(EACCES);
+  int times = 0;
+  if (failure >> op >> part >> times >> err || times > 0)
+    fs.FailNth(kOps.at(op), 1, std::stoi(err), times, part);
 
-// One retrying primitive: how to prepare the tree, how to call it, which call to make fail, and
-// the tag and details its lines carry.
-struct RetryCase {
-  const char* name;
-  std::function<void(TempTree&)> setup;
-  std::function<void(TempTree&)> call;
-  FsOp op;
-  const char* path_part;
-  std::string what;  // relative to the root, completed in the test
-};
-
-std::vector<RetryCase> RetryCases() {
-  return {
-      {"DeleteFile", [](TempTree& t) { t.Write("IN/a.WAI", "x"); },
-       [](TempTree& t) { DeleteFile(t.ctx, t.Path("IN/a.WAI")); }, FsOp::kUnlink, "a.WAI",
-       "###KILL {IN/a.WAI}"},
-      // The existence test of DeleteFile is retried like the delete.
-      {"DeleteFile search", [](TempTree& t) { t.Write("IN/a.WAI", "x"); },
-       [](TempTree& t) { DeleteFile(t.ctx, t.Path("IN/a.WAI")); }, FsOp::kStat, "a.WAI",
-       "###KILL {IN/a.WAI}"},
-      {"CopyFile", [](TempTree& t) { t.Write("IN/a.EML", "x"); },
-       [](TempTree& t) { CopyFile(t.ctx, t.Path("IN/a.EML"), t.Path("LOCAL/b.EML")); }, FsOp::kOpen,
-       "a.EML", "###COPY {IN/a.EML}-{LOCAL/b.EML}"},
-      {"NameFile", [](TempTree& t) { t.Write("OUT/a.TMP", "x"); },
-       [](TempTree& t) { NameFile(t.ctx, t.Path("OUT/a.TMP"), t.Path("OUT/a.EML")); },
-       FsOp::kRename, "a.TMP", "###NAME {OUT/a.TMP}-{OUT/a.EML}"},
-  };
-}
-
-// "{IN/a.WAI}" -> "<root>IN/a.WAI".
-std::string Expand(const TempTree& t, std::string s) {
-  for (size_t open; (open = s.find('{')) != std::string::npos;) {
-    size_t close = s.find('}', open);
-    s.replace(open, close - open + 1, t.Path(s.substr(open + 1, close - open - 1)));
-  }
-  return s;
-}
-
-// Success at once sleeps never and writes nothing; two failures then success log attempts 1 and
-// 2; a lasting failure makes eight attempts, the last one logged as " RESUME NEXT ", and returns.
-TEST_F(PrimitivesTest, FailuresAreLoggedRetriedAndGivenUpAfterEight) {
-  for (int failures : {0, 2, 8}) {
-    for (const RetryCase& c : RetryCases()) {
-      SCOPED_TRACE(std::string(c.name) + " " + std::to_string(failures));
-      TempTree tree;
-      tree.ctx.settings.debug = "ON";
-      c.setup(tree);
-      fs.Clear();
-      if (failures > 0) fs.FailNth(c.op, 1, EACCES, failures, c.path_part);
-      c.call(tree);
-      std::string what = Expand(tree, c.what);
-      std::vector<std::string> log, warnings;
-      for (int n = 1; n <= failures; ++n) {
-        std::string tail = n == 8 ? " RESUME NEXT" : " Intento= " + std::to_string(n);
-        log.push_back("10:00:00   " + what + tail);
-        warnings.push_back("16/11/2026,10:00:00" + what + tail);
-      }
-      EXPECT_EQ(tree.sleeper.count(), failures);
-      EXPECT_EQ(tree.sleeper.total(), std::chrono::milliseconds(100 * failures));
-      EXPECT_EQ(tree.ReadLines("LOG/quellor/16-11-2026.iwr"), log);
-      EXPECT_EQ(tree.ctx.window.List3.items(), warnings);
-      if (failures == 0) {
-        EXPECT_FALSE(tree.Exists("IN/a.WAI"));
-        EXPECT_FALSE(tree.Exists("LOG/quellor/16-11-2026.iwr"));
-        EXPECT_EQ(tree.Read("LOCAL/b.EML"), c.op == FsOp::kOpen ? "x" : "");
-        EXPECT_EQ(tree.Exists("OUT/a.EML"), c.op == FsOp::kRename);
-      }
+  std::string result;
+  if (f[0] == "DeleteFile") DeleteFile(t.ctx, t.Path(f[1]));
+  if (f[0] == "CopyFile") CopyFile(t.ctx, t.Path(f[1]), t.Path(f[2]));
+  if (f[0] == "NameFile") NameFile(t.ctx, t.Path(f[1]), t.Path(f[2]));
+  if (f[0] == "OpenFile") {
+    TextFile file = OpenFile(t.ctx, t.Path(f[1]), f[2]);
+    result = file.is_open() ? "open" : "closed";
+    try {
+      if (!file.is_open() || (f[2][0] | 0x20) == 'i') result += " read " + file.ReadLine();
+      if (file.is_open() && (f[2][0] | 0x20) != 'i') file.WriteLine("x");
+    } catch (const RuntimeError& e) {
+      result += " !" + std::to_string(e.number());
     }
+    result += " opens " + std::to_string(fs.calls(FsOp::kOpen)) + "\n";
   }
-}
-
-TEST_F(PrimitivesTest, SwitchesMustReadExactlyOn) {
-  struct Case {
-    const char* log;
-    const char* debug;
-    bool retry_log;
-    bool warnings;
-  } cases[] = {
-      {"ON", "ON", true, true},
-      {"on", "ON", false, true},
-      {" ON", "On", false, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.log) + "/" + c.debug);
-    TempTree tree;
-    tree.ctx.settings.log = c.log;
-    tree.ctx.settings.debug = c.debug;
-    fs.Clear();
-    fs.FailNth(FsOp::kRename, 1, EBUSY, 1, "a.TMP");
-    tree.Write("OUT/a.TMP", "x");
-    NameFile(tree.ctx, tree.Path("OUT/a.TMP"), tree.Path("OUT/a.EML"));
-    EXPECT_EQ(tree.sleeper.count(), 1);
-    EXPECT_EQ(tree.Exists("LOG/quellor/16-11-2026.iwr"), c.retry_log);
-    EXPECT_EQ(tree.ctx.window.List3.size(), c.warnings ? 1u : 0u);
-    EXPECT_TRUE(tree.Exists("OUT/a.EML"));
-  }
-}
-
-TEST_F(PrimitivesTest, GenuineFailuresAreRetriedToTheGiveUp) {
-  // A missing source of CopyFile; an existing target of NameFile (both files stay).
-  CopyFile(t.ctx, t.Path("IN/none.EML"), t.Path("LOCAL/x.EML"));
-  EXPECT_EQ(t.sleeper.count(), 8);
-  EXPECT_FALSE(t.Exists("LOCAL/x.EML"));
-  EXPECT_EQ(RetryLog().back(), "10:00:00   ###COPY " + t.Path("IN/none.EML") + "-" +
-                                   t.Path("LOCAL/x.EML") + " RESUME NEXT");
-
-  t.sleeper.Reset();
-  t.Write("OUT/a.TMP", "new");
-  t.Write("OUT/a.EML", "old");
-  ForgetNameIndexes();
-  NameFile(t.ctx, t.Path("OUT/a.TMP"), t.Path("OUT/a.EML"));
-  EXPECT_EQ(t.sleeper.count(), 8);
-  EXPECT_EQ(t.Read("OUT/a.TMP"), "new");
-  EXPECT_EQ(t.Read("OUT/a.EML"), "old");
-  EXPECT_EQ(Warnings().size(), 16u);
-}
-
-TEST_F(PrimitivesTest, DeleteFileOfMissingOrHiddenFileIsSilentAndImmediate) {
-  t.Write("IN/.hidden.WAI", "x");
-  t.MakeFolder("IN/folder.WAI");
-  for (const char* name : {"IN/none.WAI", "IN/.hidden.WAI", "IN/folder.WAI"}) {
-    SCOPED_TRACE(name);
-    DeleteFile(t.ctx, t.Path(name));
-  }
-  EXPECT_EQ(t.sleeper.count(), 0);
-  EXPECT_TRUE(Warnings().empty());
-  EXPECT_TRUE(t.Exists("IN/.hidden.WAI"));
-  EXPECT_TRUE(t.Exists("IN/folder.WAI"));
-  EXPECT_FALSE(t.Exists("LOG/quellor/16-11-2026.iwr"));
-}
-
-TEST_F(PrimitivesTest, OpenFileModesAnyCase) {
-  t.Write("IN/a.txt", "one\r\n");
-  ForgetNameIndexes();
-  EXPECT_EQ(OpenFile(t.ctx, t.Path("IN/a.txt"), "input").ReadLine(), "one");
-  struct Case {
-    const char* mode;
-    const char* after;
-  } cases[] = {{"Append", "one\r\nx\r\n"}, {"OUTPUT", "x\r\n"}};
-  for (const Case& c : cases) {
-    TextFile f = OpenFile(t.ctx, t.Path("IN/a.txt"), c.mode);
-    f.WriteLine("x");
-    f.Close();
-    EXPECT_EQ(t.Read("IN/a.txt"), c.after) << c.mode;
-  }
-  EXPECT_TRUE(OpenFile(t.ctx, t.Path("IN/b.bin"), "binary").is_open());
-  EXPECT_EQ(t.sleeper.count(), 0);
-}
-
-TEST_F(PrimitivesTest, OpenFileWithAnUnknownModeOpensNothing) {
-  t.Write("IN/a.txt", "one\r\n");
-  ForgetNameIndexes();
-  for (const char* mode : {"READ", "", "INPUT ", "random"}) {
-    SCOPED_TRACE(mode);
-    TextFile f = OpenFile(t.ctx, t.Path("IN/a.txt"), mode);
-    EXPECT_FALSE(f.is_open());
-  }
-  EXPECT_EQ(fs.calls(FsOp::kOpen), 0);
-  EXPECT_EQ(t.sleeper.count(), 0);
-  EXPECT_FALSE(t.Exists("LOG/system.log"));
-}
-
-TEST_F(PrimitivesTest, OpenFileRetriesSilentlyAndLeavesTheFileUnopened) {
-  t.ctx.settings.log = "ON";
-  t.Write("IN/a.txt", "one\r\n");
-  ForgetNameIndexes();
-  fs.FailAlways(FsOp::kOpen, EACCES, "a.txt");
-  TextFile f = OpenFile(t.ctx, t.Path("IN/a.txt"), "INPUT", 3);
-  EXPECT_FALSE(f.is_open());
-  EXPECT_EQ(t.sleeper.count(), 8);
-  EXPECT_TRUE(Warnings().empty());
-  EXPECT_FALSE(t.Exists("LOG/quellor/16-11-2026.iwr"));
-  // The caller's next use fails in the caller.
-  try {
-    f.ReadLine();
-    ADD_FAILURE() << "reading an unopened file must fail";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrBadFileNumber);
-  }
-
-  // A missing input file is retried the same way; a later success ends the retries.
   fs.Clear();
-  t.sleeper.Reset();
-  EXPECT_FALSE(OpenFile(t.ctx, t.Path("IN/none.txt"), "INPUT").is_open());
-  EXPECT_EQ(t.sleeper.count(), 8);
-  t.sleeper.Reset();
-  fs.FailNth(FsOp::kOpen, 1, EACCES, 3, "a.txt");
-  EXPECT_TRUE(OpenFile(t.ctx, t.Path("IN/a.txt"), "INPUT").is_open());
-  EXPECT_EQ(t.sleeper.count(), 3);
+  std::string out = "sleeps " + std::to_string(t.sleeper.count()) + " " +
+                    std::to_string(t.sleeper.total().count()) + "ms\n" +
+                    t.Read("LOG/quellor/16-11-2026.iwr");
+  for (const std::string& w : t.ctx.window.List3.items()) out += "warning " + w + "\n";
+  out += t.Read("LOG/system.log") + result;
+  for (size_t at; (at = out.find(t.root())) != std::string::npos;) out.erase(at, t.root().size());
+  for (const char* folder : {"IN/", "LOCAL/", "OUT/"}) {
+    for (const std::string& name : t.List(folder))
+      out += folder + name + "=" + t.Read(folder + name) + "\n";
+  }
+  return out;
+}
+
+// Success at once sleeps never and writes nothing; each failure is logged and retried after
+// 100 ms; the eighth attempt is logged as " RESUME NEXT " and the call returns.
+TEST(RetryingFilesTest, FailuresAreLoggedRetriedAndGivenUpAfterEight) {
+  testing::CheckTable("retrying_files", RunPrimitive);
 }
 
 }  // namespace

@@ -7,19 +7,34 @@
 #include <csignal>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
+#include "platform/errors.h"
 #include "service/periodic_timer.h"
-#include "service/recording_event_log.h"
+#include "service/service_events.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
 namespace {
 
-using testing::Entry;
-using testing::kClosing;
-using testing::RecordingEventLog;
 using testing::TempTree;
+
+// An event log entry: type, id, text.
+using Entry = std::tuple<int, int, std::string>;
+using Entries = std::vector<Entry>;
+const Entry kClosing{109, 1, "[0] "};
+
+// An event log that records its entries, and fails on the entry `fail_on`.
+class RecordingEventLog : public EventLog {
+ public:
+  void LogEvent(int16_t type, int32_t id, const std::string& text) override {
+    if (!fail_on.empty() && text == fail_on) Raise(kErrPermission);
+    entries.emplace_back(type, id, text);
+  }
+  Entries entries;
+  std::string fail_on;
+};
 
 class SilentServiceManager : public ServiceManager {
  public:
@@ -27,6 +42,29 @@ class SilentServiceManager : public ServiceManager {
   void StartService(const std::string&, const std::string&) override {}
   std::string ComputerName() override { return "mailhost"; }
 };
+
+// Start and Stop are covered with the event loop below.
+TEST(ServiceEventsTest, PauseContinueAndControlEntriesAndAnErrorEndsTheHandler) {
+  RecordingEventLog log;
+  ServiceEvents events(log, nullptr);
+  bool paused = false, continued = false;
+  events.Pause(paused);
+  events.Continue(continued);
+  events.Control(SIGHUP);
+  EXPECT_TRUE(paused && continued);
+  EXPECT_EQ(log.entries, (Entries{{1, 109, "Service paused"},
+                                  kClosing,
+                                  {4, 110, "Service continued"},
+                                  kClosing,
+                                  kClosing}));
+  // The error ends the handler in its closing entry.
+  log.entries.clear();
+  log.fail_on = "Service paused";
+  paused = false;
+  events.Pause(paused);
+  EXPECT_FALSE(paused);
+  EXPECT_EQ(log.entries, (Entries{{109, 1, "[70] Permission denied"}}));
+}
 
 // Signals that arrive during a pass are served after it; a paused service still passes. On a busy
 // machine further ticks may fall due before a signal is served: the passes they run are counted
@@ -43,8 +81,7 @@ TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
   options.keepalive_interval = std::chrono::hours(1);
   options.status_port = 0;  // any free port
   options.window_port = 0;
-  const Entry pass{0, 0, "pass"};
-  const Entry paused{1, 109, "Service paused"};
+  const Entry pass{0, 0, "pass"}, paused{1, 109, "Service paused"};
   int passes = 0;
   bool stopping = false;
   options.pass = [&] {
@@ -63,8 +100,7 @@ TEST(ServiceHostTest, SignalsWaitForThePassAndPausingKeepsPassing) {
       std::unique(log.entries.begin(), log.entries.end(),
                   [&](const Entry& a, const Entry& b) { return a == pass && b == pass; }),
       log.entries.end());
-  EXPECT_EQ(log.entries,
-            (std::vector<Entry>{pass, kClosing, pass, paused, kClosing, pass, kClosing}));
+  EXPECT_EQ(log.entries, (Entries{pass, kClosing, pass, paused, kClosing, pass, kClosing}));
   EXPECT_EQ(tree.ctx.window.starttime, "16 Nov 2026 10:00:00");
 }
 

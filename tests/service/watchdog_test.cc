@@ -4,10 +4,10 @@
 #include <stdlib.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/names.h"
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
@@ -31,56 +31,26 @@ class FakeServiceManager : public ServiceManager {
 };
 
 TEST(WatchdogTest, RestartsOnlyAStoppedCompanionWithoutMarker) {
-  const struct {
-    std::string state;
-    const char* marker;  // file put into the root, or nullptr
-    bool queried, started;
-  } cases[] = {
-      {"Stopped", nullptr, true, true},
-      {"Running", nullptr, true, false},
-      {"Stop Pending", nullptr, true, false},
-      {"", nullptr, true, false},  // not installed, or no service manager
-      {"Stopped", "nostart.txt", false, false},
-      {"Stopped", "NOSTART.TXT", false, false},
-      {"Stopped", ".nostart.txt", true, true},  // a hidden marker does not count
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.state + (c.marker ? std::string(" ") + c.marker : ""));
+  testing::CheckTable("watchdog", [](const auto& f) {
     TempTree tree;
-    if (c.marker) tree.Write(c.marker, "");
+    if (!f[1].empty()) tree.Write(f[1], "");
     ForgetNameIndexes();
     FakeServiceManager manager;
-    manager.state = c.state;
+    manager.state = f[0];
     Watchdog watchdog(tree.ctx, manager);
     watchdog.KeepAlive_Timer();
     tree.clock.Advance(std::chrono::seconds(60));
     watchdog.KeepAlive_Timer();
-
-    EXPECT_EQ(manager.queries.size(), c.queried ? 2u : 0u);
-    if (c.queried) {
-      EXPECT_EQ(manager.queries[0], "mailhost/Quellor_Dregger");
-    }
-    const std::vector<std::string> expected_log =
-        c.started ? std::vector<std::string>{"16/11/2026 10:00:00 - Quellor_Dregger",
-                                             "16/11/2026 10:01:00 - Quellor_Dregger"}
-                  : std::vector<std::string>{};
-    EXPECT_EQ(manager.starts.size(), c.started ? 2u : 0u);
-    EXPECT_EQ(tree.ReadLines("LOG/START.LOG"), expected_log);
-  }
+    std::string out;
+    for (const std::string& q : manager.queries) out += "query " + q + "\n";
+    for (const std::string& s : manager.starts) out += "start " + s + "\n";
+    return out + tree.Read("LOG/START.LOG");
+  });
 }
 
 TEST(ServiceManagerTest, SystemdStatesGiveTheStateTexts) {
-  const std::pair<const char*, const char*> states[] = {{"inactive", "Stopped"},
-                                                        {"failed", "Stopped"},
-                                                        {"activating", "Start Pending"},
-                                                        {"active", "Running"},
-                                                        {"reloading", "Running"},
-                                                        {"deactivating", "Stop Pending"},
-                                                        {"maintenance", ""},
-                                                        {"", ""}};
-  for (const auto& [active, text] : states) {
-    EXPECT_EQ(ServiceStateText(StateFromActiveState(active)), text) << active;
-  }
+  testing::CheckTable("systemd_state",
+                      [](const auto& f) { return ServiceStateText(StateFromActiveState(f[0])); });
   EXPECT_EQ(ServiceStateText(5), "Coninue Pending");
 }
 
@@ -92,11 +62,8 @@ TEST(ServiceManagerTest, NoBusGivesAnEmptyStateAndAQuietStart) {
   EXPECT_EQ(manager.QueryStateText(manager.ComputerName(), "Quellor_Dregger"), "");
   manager.StartService(manager.ComputerName(), "Quellor_Dregger");
   EXPECT_EQ(manager.QueryStateText("some-other-host", "Quellor_Dregger"), "");
-  if (saved) {
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", previous.c_str(), 1);
-  } else {
-    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-  }
+  saved ? setenv("DBUS_SYSTEM_BUS_ADDRESS", previous.c_str(), 1)
+        : unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
 }
 
 }  // namespace

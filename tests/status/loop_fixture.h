@@ -1,37 +1,13 @@
 #pragma once
-// An event loop on its own thread for tests that talk to the service over real sockets, a free
-// port found at run time, and a wait for a condition that does not depend on the machine's speed.
+// An event loop on its own thread for tests that talk to the service over real sockets.
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
-#include <chrono>
-#include <cstdint>
 #include <future>
 #include <thread>
 
 namespace quellor::testing {
-
-// A port nothing listens on right now.
-inline uint16_t FreePort() {
-  boost::asio::io_context io;
-  boost::asio::ip::tcp::acceptor probe(
-      io, boost::asio::ip::tcp::endpoint(boost::asio::ip::address_v4::any(), 0));
-  return probe.local_endpoint().port();
-}
-
-// Polls `done` until it holds; false only when it still does not after a deadline far longer
-// than any machine, however busy, should need.
-template <class F>
-bool WaitUntil(F done, std::chrono::seconds deadline = std::chrono::seconds(30)) {
-  const auto end = std::chrono::steady_clock::now() + deadline;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
 
 class LoopThread {
  public:
