@@ -9,6 +9,7 @@
 #include <string>
 
 #include "loop_fixture.h"
+#include "status/held_view.h"
 #include "status/window_html.h"
 #include "support/process.h"
 #include "support/table.h"
@@ -78,7 +79,8 @@ class WindowPageTest : public ::testing::Test {
     if (target != "/" || res.result_int() != 200) return got + " " + res.body();
     const std::string csp(res["Content-Security-Policy"]);
     const std::string nonce = csp.substr(csp.find("'nonce-") + 7, 24);
-    const bool page = res.body() == RenderWindowPage(tree.ctx.window, token, nonce);
+    const bool page =
+        res.body() == RenderWindowPage(tree.ctx.window, token, nonce, RenderHeldSection(nonce));
     return got + (page ? " the window; " : " another page; ") + ReplaceAll(csp, nonce, "NONCE");
   }
 
