@@ -34,6 +34,8 @@ constexpr Key kKeys[] = {
     {"DEBUG=", nullptr, &Settings::debug},
     {"SAFE_DELIVERY=", nullptr, &Settings::safe_delivery},
     {"CHALLENGE_FILTER=", nullptr, &Settings::challenge_filter},
+    {"MESSAGES_PER_PASS=", nullptr, &Settings::messages_per_pass},
+    {"MESSAGE_PAUSE=", nullptr, &Settings::message_pause},
 };
 
 }  // namespace
@@ -44,7 +46,7 @@ void readini(Context& ctx) {
   s.listening_port = s.server_port = s.gateway_port = 0;
   for (std::string* text :
        {&s.server, &s.gateway, &s.postmasters, &s.validation_method, &s.domains_auto, &s.users_auto,
-        &s.safe_delivery, &s.challenge_filter}) {
+        &s.safe_delivery, &s.challenge_filter, &s.messages_per_pass, &s.message_pause}) {
     text->clear();
   }
 

@@ -4,9 +4,31 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/folder_listing.h"
 #include "platform/fs.h"
 
 namespace quellor {
+
+namespace {
+// A whole number of decimal digits from `least` to 32767; `otherwise` for anything else.
+int WholeNumber(const std::string& text, int least, int otherwise) {
+  if (text.empty() || text.size() > 5) return otherwise;
+  int value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return otherwise;
+    value = value * 10 + (c - '0');
+  }
+  return value >= least && value <= 32767 ? value : otherwise;
+}
+}  // namespace
+
+int Settings::MessagesPerPass() const {
+  return WholeNumber(messages_per_pass, 1, 40);
+}
+
+int16_t Settings::MessagePauseMs() const {
+  return static_cast<int16_t>(WholeNumber(message_pause, 0, 100));
+}
 
 std::string WithTrailingSlash(std::string root) {
   // A relative root is made absolute and normal, so no path of ours holds "." or "..".
@@ -39,6 +61,11 @@ void Context::Journal(const std::string& line) {
   } else {
     std::fprintf(stderr, "%s\n", line.c_str());
   }
+}
+
+FolderListing& Context::input_listing() {
+  if (!input_listing_) input_listing_ = std::make_shared<FolderListing>(Path("IN"), "*.EML");
+  return *input_listing_;
 }
 
 double Context::Rnd() {

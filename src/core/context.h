@@ -18,6 +18,7 @@
 
 namespace quellor {
 
+class FolderListing;
 class MessageComponent;
 
 // Settings of quellor.ini.
@@ -29,17 +30,23 @@ struct Settings {
   std::string gateway;
   std::string postmasters;
   std::string validation_method;
-  std::string domains_auto;      // automatic local domains: on only when exactly "YES"
-  std::string users_auto;        // automatic user provisioning: on only when exactly "YES"
-  std::string log = "ON";        // retry log: on only when exactly "ON"
-  std::string debug = "OFF";     // window visible unless exactly "OFF"; warnings only when "ON"
-  std::string safe_delivery;     // the loss-free switch: on only when exactly "ON"
-  std::string challenge_filter;  // no requests to robots: on only when exactly "ON"
+  std::string domains_auto;       // automatic local domains: on only when exactly "YES"
+  std::string users_auto;         // automatic user provisioning: on only when exactly "YES"
+  std::string log = "ON";         // retry log: on only when exactly "ON"
+  std::string debug = "OFF";      // window visible unless exactly "OFF"; warnings only when "ON"
+  std::string safe_delivery;      // the loss-free switch: on only when exactly "ON"
+  std::string challenge_filter;   // no requests to robots: on only when exactly "ON"
+  std::string messages_per_pass;  // pacing: messages one pass takes (40 unless set)
+  std::string message_pause;      // pacing: milliseconds before each message (100 unless set)
 
   bool LogOn() const { return log == "ON"; }
   bool DebugOn() const { return debug == "ON"; }
   bool SafeDeliveryOn() const { return safe_delivery == "ON"; }
   bool ChallengeFilterOn() const { return challenge_filter == "ON"; }
+  // The pacing keys as numbers: a whole number from 1 (0 for the pause) to 32767, otherwise
+  // the classic 40 messages and 100 milliseconds.
+  int MessagesPerPass() const;
+  int16_t MessagePauseMs() const;
 };
 
 // What the pass keeps between passes while SAFE_DELIVERY is on (names upper-cased).
@@ -69,6 +76,9 @@ class Context {
   void Seed(uint64_t seed) { rng_.seed(seed); }
   // The one message component of the process, created on first use.
   MessageComponent& component();
+  // The sorted listing of IN/'s "*.EML" files, kept current as the folder changes; created on
+  // first use.
+  FolderListing& input_listing();
 
   std::string root;  // with trailing "/"
   Clock& clock;
@@ -83,10 +93,13 @@ class Context {
   std::function<void(const std::string& line)> journal;
   int64_t give_ups = 0;  // file primitives that gave up so far
   DeliveryMemory delivery;
+  // The version of the window's input listing File1 when it last matched input_listing().
+  uint64_t input_listing_version = ~uint64_t{0};
 
  private:
   std::mt19937_64 rng_{0};
   std::shared_ptr<MessageComponent> component_;
+  std::shared_ptr<FolderListing> input_listing_;
 };
 
 }  // namespace quellor

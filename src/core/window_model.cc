@@ -1,5 +1,7 @@
 #include "core/window_model.h"
 
+#include <algorithm>
+
 #include "platform/errors.h"
 #include "platform/text.h"
 
@@ -25,6 +27,25 @@ const std::string& ListModel::At(size_t i) const {
 void ListModel::Set(size_t i, std::string line) {
   if (i >= items_.size()) Raise(kErrInvalidCall);
   items_[i] = std::move(line);
+  ++version_;
+}
+
+void ListModel::InsertSorted(std::string line, bool (*less)(std::string_view, std::string_view)) {
+  const auto at = std::lower_bound(
+      items_.begin(), items_.end(), line,
+      [less](const std::string& item, const std::string& value) { return less(item, value); });
+  items_.insert(at, std::move(line));
+  ++version_;
+}
+
+void ListModel::RemoveSorted(const std::string& line,
+                             bool (*less)(std::string_view, std::string_view)) {
+  const auto at = std::lower_bound(
+      items_.begin(), items_.end(), line,
+      [less](const std::string& item, const std::string& value) { return less(item, value); });
+  if (at == items_.end() || *at != line) return;
+  items_.erase(at);
+  ++version_;
 }
 
 void WindowModel::ResetToday() {

@@ -2,8 +2,11 @@
 // The status window's state: the counters (each a decimal number kept as text) and the lists of
 // recent events. The pass writes it, the status protocol and the window page read it.
 
+#include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quellor {
@@ -24,22 +27,40 @@ class Counter {
   std::string text_ = "0";
 };
 
-// A list of text lines; index 0 is the top.
+// A list of text lines; index 0 is the top. Taking the top line off and adding one near
+// either end cost the same whatever the length, so the input listing can hold a long queue.
 class ListModel {
  public:
-  void Add(std::string line) { items_.push_back(std::move(line)); }
-  void InsertTop(std::string line) { items_.insert(items_.begin(), std::move(line)); }
-  void Clear() { items_.clear(); }
-  // The 16-bit entry count the window reports.
-  int16_t Count() const { return static_cast<int16_t>(items_.size()); }
+  void Add(std::string line) {
+    items_.push_back(std::move(line));
+    ++version_;
+  }
+  void InsertTop(std::string line) {
+    items_.push_front(std::move(line));
+    ++version_;
+  }
+  void Clear() {
+    items_.clear();
+    ++version_;
+  }
+  // The 16-bit entry count the window reports. It stops at 32767 instead of wrapping round to
+  // negative counts: a longer input queue must still read as a queue (a deliberate departure,
+  // since a wrapped queue count stopped the passes for good).
+  int16_t Count() const { return static_cast<int16_t>(std::min<size_t>(items_.size(), 32767)); }
   size_t size() const { return items_.size(); }
   // Line at an index; raises "Invalid procedure call or argument" outside the list.
   const std::string& At(size_t i) const;
   void Set(size_t i, std::string line);
-  const std::vector<std::string>& items() const { return items_; }
+  const std::deque<std::string>& items() const { return items_; }
+  // For a list kept in an order `less`: puts a line in its place, or takes it out.
+  void InsertSorted(std::string line, bool (*less)(std::string_view, std::string_view));
+  void RemoveSorted(const std::string& line, bool (*less)(std::string_view, std::string_view));
+  // Changes with every change of the lines: equal versions, equal lines.
+  uint64_t version() const { return version_; }
 
  private:
-  std::vector<std::string> items_;
+  std::deque<std::string> items_;
+  uint64_t version_ = 0;
 };
 
 struct WindowModel {

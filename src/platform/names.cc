@@ -356,8 +356,6 @@ bool NameLess(std::string_view a, std::string_view b) {
   return a.size() < b.size();
 }
 
-namespace {
-// A-Z lowered, every other byte as it is: the folding of "sorted by name".
 std::string AsciiFolded(std::string_view name) {
   std::string out(name);
   for (char& c : out) {
@@ -365,17 +363,37 @@ std::string AsciiFolded(std::string_view name) {
   }
   return out;
 }
-}  // namespace
+
+bool ListedBefore(std::string_view a, std::string_view b) {
+  const size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    unsigned char x = static_cast<unsigned char>(a[i]);
+    unsigned char y = static_cast<unsigned char>(b[i]);
+    if (x >= 'A' && x <= 'Z') x += 32;
+    if (y >= 'A' && y <= 'Z') y += 32;
+    if (x != y) return x < y;
+  }
+  if (a.size() != b.size()) return a.size() < b.size();
+  return a < b;
+}
 
 std::vector<std::string> ListFiles(const std::string& folder, std::string_view pattern) {
   std::vector<std::string> result;
+  ListFilesOrFail(folder, pattern, &result);
+  return result;
+}
+
+bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
+                     std::vector<std::string>* listed) {
+  std::vector<std::string>& result = *listed;
+  result.clear();
   auto actual = ResolveExisting(folder);
-  if (!actual) return result;
+  if (!actual) return false;
   struct timespec stamp;
   bool stamped = ReadStamp(*actual, &stamp);
   std::vector<std::string> names;
   std::vector<unsigned char> types;
-  if (Fs().List(*actual, &names, &types) != 0) return result;
+  if (Fs().List(*actual, &names, &types) != 0) return false;
   // The scan refreshes the folder's index when it is behind. A folder that lookups never
   // needed an index for (the input queue, whose names are asked for in their own case) gets
   // none: its first lookup that needs one scans for itself.
@@ -406,7 +424,7 @@ std::vector<std::string> ListFiles(const std::string& folder, std::string_view p
   std::sort(keyed.begin(), keyed.end());
   result.reserve(keyed.size());
   for (auto& entry : keyed) result.push_back(std::move(entry.second));
-  return result;
+  return true;
 }
 
 bool SafeName(std::string_view name) {

@@ -47,10 +47,17 @@ bool PathExists(const std::string& path);
 // Ordinary files of `folder` whose names match `pattern` ("*.EML", "20040615*.WAI"),
 // case-insensitively, sorted by name (bytes compared with ASCII case folding). Names only.
 std::vector<std::string> ListFiles(const std::string& folder, std::string_view pattern);
+// The same; false (and nothing listed) when the folder is missing or cannot be read.
+bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
+                     std::vector<std::string>* listed);
 // Case-insensitive match of a name against a pattern with "*" and "?".
 bool MatchesPattern(std::string_view name, std::string_view pattern);
 // The order of "sorted by name".
 bool NameLess(std::string_view a, std::string_view b);
+// A-Z lowered, every other byte as it is: the folding of "sorted by name".
+std::string AsciiFolded(std::string_view name);
+// The order of a listing: NameLess, and names equal but for case by their bytes.
+bool ListedBefore(std::string_view a, std::string_view b);
 
 // A single file or folder name taken from mail data is safe when it is not empty, not "." or
 // "..", and holds neither "/" nor NUL: it can never leave its folder.

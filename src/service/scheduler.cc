@@ -18,11 +18,10 @@ namespace quellor {
 void CountQueue(Context& ctx) {
   const std::string in = ctx.Path("IN");
   if (!FolderExists(in)) Raise(kErrPathNotFound);
-  std::vector<std::string> names = ListFiles(in, "*.EML");
+  RefreshInputListing(ctx);
   WindowModel& w = ctx.window;
-  w.File1.Clear();
-  for (std::string& name : names) w.File1.Add(std::move(name));
-  // The count is the listing's 16-bit entry count, as the window reports it.
+  // The count is the listing's 16-bit entry count, as the window reports it (saturated at
+  // 32767, so a longer queue still starts passes).
   w.total.Set(DecimalText(w.File1.Count()));
 }
 

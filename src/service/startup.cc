@@ -29,6 +29,8 @@ void LoadStartup(Context& ctx) {
     ctx.settings.debug = "OFF";
   });
   step([&] { readini(ctx); });
+  // The classic 100 milliseconds unless the administrator paced the passes otherwise.
+  step([&] { ctx.pause_ms = ctx.settings.MessagePauseMs(); });
   step([&] { w.List1.Clear(); });
   step([&] { ScanEmailsinString(ctx, ctx.settings.postmasters, ""); });
   // The input listing and the queue count; a missing IN/ is logged and `total` stays as it was.

@@ -8,6 +8,7 @@
 #include "logs/retrying_files.h"
 #include "platform/errors.h"
 #include "platform/files.h"
+#include "platform/folder_listing.h"
 #include "platform/names.h"
 #include "platform/text.h"
 
@@ -118,6 +119,23 @@ void SettleInputPair(PassRun& p, bool complete) {
   }
   if (safe) PassOverIfStuck(p);
   p.NextMessage();
+}
+
+bool RefreshInputListing(Context& ctx) {
+  FolderListing& listing = ctx.input_listing();
+  FolderListing::Changes changes;
+  const bool listed = listing.Refresh(&changes);
+  ListModel& files = ctx.window.File1;
+  if (changes.whole || files.version() != ctx.input_listing_version) {
+    // A new listing, or File1 changed by someone else since it last matched: copied whole.
+    files.Clear();
+    for (std::string& name : listing.Names()) files.Add(std::move(name));
+  } else {
+    for (const std::string& name : changes.removed) files.RemoveSorted(name, ListedBefore);
+    for (std::string& name : changes.added) files.InsertSorted(std::move(name), ListedBefore);
+  }
+  ctx.input_listing_version = files.version();
+  return listed;
 }
 
 bool SkipPassedOver(Context& ctx) {

@@ -12,6 +12,11 @@ namespace quellor {
 // and a message file that cannot be taken out of IN/ is passed over from then on (logged once).
 void SettleInputPair(PassRun& p, bool complete);
 
+// Brings the window's input listing File1 up to date with the "*.EML" files of IN/, sorted by
+// name, at the cost of what changed since its last refresh. False when IN/ could not be listed
+// (File1 is then empty).
+bool RefreshInputListing(Context& ctx);
+
 // Takes the passed-over names out of the input listing before the pass takes its head, and
 // forgets those that are no longer in IN/. False (and `total` set to 0) when nothing is left.
 bool SkipPassedOver(Context& ctx);

@@ -22,8 +22,6 @@ namespace quellor {
 
 namespace {
 
-// The most messages one pass takes; the rest wait for the next pass.
-constexpr int kMessagesPerPass = 40;
 // The status lists are cleared above this many entries.
 constexpr int kListLimit = 1000;
 
@@ -115,11 +113,8 @@ void OneMessage(PassRun& p) {
   SettleInputPair(p, complete);
 
   p.Step([&] { w.total.Decrement(); });
-  p.Step([&] {
-    std::vector<std::string> names = ListFiles(ctx.Path("IN"), "*.EML");
-    w.File1.Clear();
-    for (std::string& name : names) w.File1.Add(std::move(name));
-  });
+  // The next head may be a pair the host server dropped meanwhile with a lower name.
+  p.Step([&] { RefreshInputListing(ctx); });
   p.Mark(36);
 }
 
@@ -160,8 +155,11 @@ void quellor(Context& ctx) {
   p.Step([&] {
     if (w.List3.Count() > kListLimit) w.List3.Clear();
   });
+  // At most 40 messages a pass (MESSAGES_PER_PASS may say otherwise); the rest wait for the
+  // next pass.
   p.Step([&] {
-    if (w.total.Value() > kMessagesPerPass) w.total.Set(std::to_string(kMessagesPerPass));
+    const int most = ctx.settings.MessagesPerPass();
+    if (w.total.Value() > most) w.total.Set(std::to_string(most));
   });
 
   RecoverRewrites(p);

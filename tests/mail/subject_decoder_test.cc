@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -38,7 +39,7 @@ TEST_F(SubjectTest, WarningLineIsAppendedWithDateTimeAndSubject) {
   ctx.window.List2.Add("earlier");
   DecodeSubject(ctx, "Re: =?broken");
   EXPECT_EQ(ctx.window.List2.items(),
-            (std::vector<std::string>{"earlier", "16/11/2026,10:00:00 - Re: =?broken"}));
+            (std::deque<std::string>{"earlier", "16/11/2026,10:00:00 - Re: =?broken"}));
 }
 
 // A sender can make a subject as long as the message. A megabyte of words decodes well within

@@ -1,15 +1,21 @@
 // The processing pass where a golden case cannot say it: the 40-message cap with half pairs
-// that change behind the listing, and releases whose copy into a full disk gives up.
+// that change behind the listing, pairs dropped while a pass runs, and releases whose copy into
+// a full disk gives up.
 
 #include "spool/pass.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "platform/fs.h"
 #include "platform/names.h"
+#include "spool/input_pair.h"
 #include "spool/pass_run.h"
 #include "spool/stages.h"
 #include "support/temp_tree.h"
@@ -59,6 +65,65 @@ TEST(PassTest, TakesAtMostFortyOldestFirstAndRemovesHalfPairs) {
   EXPECT_LT(activity.find("<s01@x.org>"), activity.find("<s02@x.org>"));
   EXPECT_LT(activity.find("<s37@x.org>"), activity.find("<s38@x.org>"));
   EXPECT_EQ(activity.find("<s39@x.org>"), std::string::npos);
+}
+
+// Runs a change of IN/ behind the pass's back before the message of the given number.
+class DroppingSleeper : public Sleeper {
+ public:
+  explicit DroppingSleeper(std::map<int, std::function<void()>> drops) : drops_(std::move(drops)) {}
+  void Sleep(std::chrono::milliseconds ms) override {
+    if (ms.count() < 100) return;  // the throttle's pause, not the pass's
+    if (auto drop = drops_.find(++count_); drop != drops_.end()) drop->second();
+  }
+
+ private:
+  std::map<int, std::function<void()>> drops_;
+  int count_ = 0;
+};
+
+TEST(PassTest, PairsDroppedDuringAPassAreTakenInNameOrder) {
+  TempTree tree;
+  auto queue = [&](const std::string& stem, const std::string& sender, const char* ext = ".EML") {
+    tree.WriteLines("IN/" + stem + ".WAI", {sender, "u@y.org"});
+    tree.Write("IN/" + stem + ext, Message(sender));
+  };
+  for (int i = 1; i <= 10; ++i)
+    queue("202611160900000" + std::to_string(10 + i), "s" + std::to_string(i) + "@x.org");
+  // Before the message of each number: a pair that sorts before the head is the next taken; a
+  // later one (a lower-case extension) waits its turn; a pair removed is not taken; hidden names
+  // and a folder are never listed.
+  DroppingSleeper dropper({
+      {3, [&] { queue("20261116085900000", "early@x.org"); }},
+      {5, [&] { queue("20261116100000000", "late@x.org", ".eml"); }},
+      {6,
+       [&] {
+         tree.Remove("IN/20261116090000018.EML");
+         tree.Remove("IN/20261116090000018.WAI");
+       }},
+      {7,
+       [&] {
+         queue(".20261116085900001", "hidden@x.org");
+         tree.MakeFolder("IN/20261116085900002.EML");
+       }},
+  });
+  Context ctx(tree.root(), tree.clock, dropper);
+  WindowModel& w = ctx.window;
+  ASSERT_TRUE(RefreshInputListing(ctx));
+  w.total.Set(std::to_string(w.File1.size()));
+
+  quellor(ctx);
+
+  std::vector<std::string> taken;
+  for (const std::string& line : tree.ReadLines("LOG/16-11-2026.log")) {
+    const size_t from = line.find("<");
+    taken.push_back(line.substr(from + 1, line.find("@", from) - from - 1));
+  }
+  EXPECT_EQ(taken, (std::vector<std::string>{"s1", "s2", "s3", "early", "s4", "s5", "s6", "s7",
+                                             "s9", "s10"}));
+  EXPECT_EQ(w.total.text(), "0");
+  EXPECT_EQ(std::vector<std::string>(w.File1.items().begin(), w.File1.items().end()),
+            std::vector<std::string>{"20261116100000000.eml"});
+  EXPECT_TRUE(tree.Exists("IN/.20261116085900001.EML"));
 }
 
 TEST(PassTest, AReleaseWhoseCopyGivesUpKeepsTheHeldPair) {

@@ -1,0 +1,141 @@
+#include "platform/folder_listing.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <unordered_map>
+
+#include "platform/names.h"
+
+namespace quellor {
+
+namespace {
+
+constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
+                                IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
+// The largest report the kernel writes: a read that leaves at least this much of the buffer
+// free has taken every report queued at that moment.
+constexpr size_t kLargestEvent = sizeof(struct inotify_event) + NAME_MAX + 1;
+
+}  // namespace
+
+FolderListing::FolderListing(std::string folder, std::string pattern)
+    : folder_(std::move(folder)), pattern_(std::move(pattern)) {}
+
+FolderListing::~FolderListing() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+FolderListing::Key FolderListing::KeyOf(const std::string& name) {
+  return {AsciiFolded(name), name};
+}
+
+std::vector<std::string> FolderListing::Names() const {
+  std::vector<std::string> names;
+  names.reserve(names_.size());
+  for (const Key& key : names_) names.push_back(key.second);
+  return names;
+}
+
+void FolderListing::StartWatch() {
+  if (fd_ < 0) fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (fd_ < 0) return;
+  const auto actual = ResolveExisting(folder_);
+  if (!actual) return;
+  wd_ = ::inotify_add_watch(fd_, actual->c_str(), kWatchMask);
+  watched_ = *actual;
+}
+
+void FolderListing::StopWatch() {
+  // Closing the instance drops the watch and every report still queued on it.
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+  wd_ = -1;
+}
+
+bool FolderListing::Scan(Changes* changes) {
+  // Watched before the scan: a name that changes during the scan is reported afterwards and
+  // looked at again, so the listing never keeps what the scan saw half-way.
+  if (wd_ < 0) StartWatch();
+  std::vector<std::string> listed;
+  const bool ok = ListFilesOrFail(folder_, pattern_, &listed);
+  names_.clear();
+  for (const std::string& name : listed) names_.insert(names_.end(), KeyOf(name));
+  changes->whole = true;
+  scanned_ = ok;
+  return ok;
+}
+
+bool FolderListing::ReadEvents(std::vector<std::pair<std::string, bool>>* touched) {
+  // The last report of each name says whether it is gone (deleted, moved away) or may be
+  // there (created, moved in), in which case its entry is looked at.
+  std::unordered_map<std::string, size_t> at_index;
+  alignas(struct inotify_event) char buffer[64 * 1024];
+  for (;;) {
+    const ssize_t n = ::read(fd_, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      if (errno != EAGAIN) return false;
+      break;
+    }
+    for (ssize_t at = 0; at < n;) {
+      const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
+      at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+      if (event->mask & (IN_Q_OVERFLOW | IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
+        return false;
+      }
+      if (event->wd != wd_ || event->len == 0) continue;
+      std::string name(event->name, ::strnlen(event->name, event->len));
+      if (name.empty() || name[0] == '.' || !MatchesPattern(name, pattern_)) continue;
+      // A folder is never listed, whatever its name.
+      const bool gone = (event->mask & (IN_DELETE | IN_MOVED_FROM | IN_ISDIR)) != 0;
+      auto [it, fresh] = at_index.try_emplace(name, touched->size());
+      if (fresh) {
+        touched->emplace_back(std::move(name), gone);
+      } else {
+        (*touched)[it->second].second = gone;
+      }
+    }
+    if (static_cast<size_t>(n) + kLargestEvent <= sizeof buffer) break;
+  }
+  return true;
+}
+
+bool FolderListing::Refresh(Changes* changes) {
+  *changes = Changes{};
+  if (!scanned_ || wd_ < 0) return Scan(changes);
+  std::vector<std::pair<std::string, bool>> touched;
+  if (!ReadEvents(&touched)) {
+    StopWatch();
+    return Scan(changes);
+  }
+  for (auto& [name, gone] : touched) {
+    bool present = false;
+    if (!gone) {
+      // As a scan would see it: a regular file, never a symlink.
+      struct stat st;
+      const std::string path = watched_ + "/" + name;
+      if (::fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+        present = S_ISREG(st.st_mode);
+      } else if (errno != ENOENT) {
+        // Not known either way: the next refresh scans the whole folder.
+        scanned_ = false;
+        return Scan(changes);
+      }
+    }
+    Key key = KeyOf(name);
+    if (present) {
+      if (names_.insert(std::move(key)).second) changes->added.push_back(std::move(name));
+    } else if (names_.erase(key) != 0) {
+      changes->removed.push_back(std::move(name));
+    }
+  }
+  return true;
+}
+
+}  // namespace quellor
