@@ -455,6 +455,9 @@ std::string ReadWholeFile(const std::string& path) {
 namespace quellor {
 
 namespace {
+// The collection of folder flushes in force, if any.
+DeferredFolderSyncs* g_deferred_syncs = nullptr;
+
 // Hidden, so no listing of ordinary files sees it, and unique, so a work file left by a crash is
 // never written into again.
 std::string TemporaryName(const std::string& target, int attempt) {
@@ -508,9 +511,32 @@ void AtomicReplacement::Commit(bool keep_existing) {
   NoteRemoved(temp_, before);
   if (!existed) NoteCreated(target_, before);
   const size_t slash = target_.rfind('/');
-  // The new name is in place; making the folder entry durable as well.
-  r = Fs().SyncDir(slash == std::string::npos ? "." : slash == 0 ? "/" : target_.substr(0, slash));
+  const std::string folder = slash == std::string::npos ? "."
+                             : slash == 0               ? "/"
+                                                        : target_.substr(0, slash);
+  // The new name is in place; making the folder entry durable as well, now or with the others.
+  if (g_deferred_syncs) {
+    g_deferred_syncs->folders_.insert(folder);
+    return;
+  }
+  r = Fs().SyncDir(folder);
   if (r != 0) RaiseErrno(-r);
+}
+
+DeferredFolderSyncs::DeferredFolderSyncs() : previous_(g_deferred_syncs) {
+  g_deferred_syncs = this;
+}
+
+DeferredFolderSyncs::~DeferredFolderSyncs() {
+  // Whatever was not taken is flushed here, so nothing collected is left unflushed.
+  for (const std::string& folder : folders_) Fs().SyncDir(folder);
+  g_deferred_syncs = previous_;
+}
+
+std::set<std::string> DeferredFolderSyncs::Take() {
+  std::set<std::string> taken;
+  taken.swap(folders_);
+  return taken;
 }
 
 void ReplaceWholeFile(const std::string& path, std::string_view bytes, int mode) {

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -112,6 +113,24 @@ class AtomicReplacement {
   TextFile file_;
   bool committed_ = false;
 };
+// While one lives, AtomicReplacement::Commit leaves the flush of its folder to the owner, who
+// flushes every folder collected at once (Take) before anything relies on the new names: a
+// folder that several replacements touch is flushed once.
+class DeferredFolderSyncs {
+ public:
+  DeferredFolderSyncs();
+  ~DeferredFolderSyncs();
+  DeferredFolderSyncs(const DeferredFolderSyncs&) = delete;
+  DeferredFolderSyncs& operator=(const DeferredFolderSyncs&) = delete;
+  // The folders collected so far; the collection starts again empty.
+  std::set<std::string> Take();
+
+ private:
+  friend class AtomicReplacement;
+  std::set<std::string> folders_;
+  DeferredFolderSyncs* previous_;
+};
+
 // The same for a content at hand.
 void ReplaceWholeFile(const std::string& path, std::string_view bytes, int mode = 0644);
 

@@ -1,10 +1,15 @@
 #include "platform/names.h"
 
 #include <dirent.h>
+#include <limits.h>
+#include <pthread.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
 #include <unordered_map>
 
@@ -24,7 +29,28 @@ struct FolderIndex {
   bool racy = false;
   // Two names differ only in case; removing one of them must not hide the other.
   bool ambiguous = false;
-  std::unordered_map<std::string, std::string> by_folded;
+  // The name as it exists, and its type as the scan or a look at the entry told it
+  // (DT_UNKNOWN until known).
+  struct Entry {
+    std::string name;
+    unsigned char type = DT_UNKNOWN;
+  };
+  std::unordered_map<std::string, Entry> by_folded;
+  // Watched: the kernel reports every name that appears or vanishes (and the folder's own
+  // removal or move), so the index is current without a look at the folder's stamp.
+  int wd = -1;
+  // Watched, but a report could not be applied (reports lost, a removal among names that
+  // differ only in case): the next lookup scans.
+  bool stale = false;
+};
+
+// The one inotify instance of the process; its watches belong to the indexes of folders at or
+// below the installation root (each folder's ancestors up to the root are watched as well, so
+// that a folder renamed or removed above an index drops it).
+struct Watcher {
+  int fd = -1;
+  std::unordered_map<int, std::string> folders;  // watch -> folder
+  bool forked = false;  // set in a child process: the state is the parent's
 };
 
 std::mutex& IndexMutex() {
@@ -35,6 +61,11 @@ std::mutex& IndexMutex() {
 std::unordered_map<std::string, FolderIndex>& Indexes() {
   static std::unordered_map<std::string, FolderIndex> indexes;
   return indexes;
+}
+
+Watcher& TheWatcher() {
+  static Watcher watcher;
+  return watcher;
 }
 
 bool SameStamp(const struct timespec& a, const struct timespec& b) {
@@ -112,16 +143,18 @@ bool ReadStamp(const std::string& folder, struct timespec* stamp) {
 // Refills an index from a scan of its folder; `stamp` was read before the scan, so a change
 // during the scan leaves the index older than the folder and the next lookup scans again.
 void Rebuild(FolderIndex& index, const struct timespec& stamp,
-             const std::vector<std::string>& names) {
+             const std::vector<std::string>& names, const std::vector<unsigned char>& types) {
   index.by_folded.clear();
   index.by_folded.reserve(names.size());
   index.ambiguous = false;
-  for (const auto& n : names) {
-    auto [it, inserted] = index.by_folded.emplace(Folded(n), n);
+  for (size_t i = 0; i < names.size(); ++i) {
+    const std::string& n = names[i];
+    const unsigned char type = i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN);
+    auto [it, inserted] = index.by_folded.emplace(Folded(n), FolderIndex::Entry{n, type});
     if (!inserted) {
       index.ambiguous = true;
       // Of names that differ only in case the lowest wins, whatever order the scan gave.
-      if (n < it->second) it->second = n;
+      if (n < it->second.name) it->second = {n, type};
     }
   }
   index.stamp = stamp;
@@ -135,8 +168,9 @@ int Scan(const std::string& folder, FolderIndex& index) {
   if (!S_ISDIR(st.st_mode)) return ENOTDIR;
   const struct timespec stamp = st.st_mtim;
   std::vector<std::string> names;
-  if (int r = Fs().List(folder, &names); r != 0) return -r;
-  Rebuild(index, stamp, names);
+  std::vector<unsigned char> types;
+  if (int r = Fs().List(folder, &names, &types); r != 0) return -r;
+  Rebuild(index, stamp, names, types);
   return 0;
 }
 
@@ -152,12 +186,203 @@ bool SearchFailed(int r) {
   return r != 0 && r != -ENOENT && r != -ENOTDIR;
 }
 
+// Applies one name that appeared (`created`) or vanished; false when the index can no longer
+// tell (a name removed while another that differs only in case may remain).
+bool ApplyName(FolderIndex& index, const std::string& name, bool created,
+               unsigned char type = DT_UNKNOWN) {
+  const std::string folded = Folded(name);
+  auto hit = index.by_folded.find(folded);
+  if (created) {
+    if (hit == index.by_folded.end()) {
+      index.by_folded.emplace(folded, FolderIndex::Entry{name, type});
+    } else if (hit->second.name != name) {
+      index.ambiguous = true;
+      if (name < hit->second.name) hit->second = {name, type};
+    } else {
+      // The same name again (a file renamed over it): whatever it is now is looked at anew.
+      hit->second.type = type;
+    }
+    return true;
+  }
+  if (hit == index.by_folded.end() || hit->second.name != name) return !index.ambiguous;
+  index.by_folded.erase(hit);
+  return !index.ambiguous;
+}
+
+constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
+                                IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
+// The largest report: a read that leaves this much of its buffer free took all that was queued.
+constexpr size_t kLargestEvent = sizeof(struct inotify_event) + NAME_MAX + 1;
+
+void MarkForked() {
+  TheWatcher().forked = true;
+}
+
+// A folder whose index may be watched: the installation root and the folders below it.
+bool Watchable(const std::string& folder) {
+  return BelowConfinedRoot(folder) || (folder != "/" && BelowConfinedRoot(folder + "/x"));
+}
+
+// Drops the index of `folder` and those of the folders below it, with their watches.
+void DropIndexes(const std::string& folder) {
+  Watcher& w = TheWatcher();
+  const std::string below = folder == "/" ? "/" : folder + "/";
+  auto& indexes = Indexes();
+  for (auto it = indexes.begin(); it != indexes.end();) {
+    if (it->first == folder || it->first.compare(0, below.size(), below) == 0) {
+      if (it->second.wd >= 0) {
+        ::inotify_rm_watch(w.fd, it->second.wd);
+        w.folders.erase(it->second.wd);
+      }
+      it = indexes.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
+// Applies the reports queued since the last call to the watched indexes. A child process
+// first lets go of the parent's watches: it must not take the parent's reports.
+void Drain() {
+  Watcher& w = TheWatcher();
+  if (w.forked) {
+    if (w.fd >= 0) ::close(w.fd);
+    w.fd = -1;
+    w.folders.clear();
+    w.forked = false;
+    Indexes().clear();
+  }
+  if (w.fd < 0) return;
+  alignas(struct inotify_event) char buffer[64 * 1024];
+  for (;;) {
+    const ssize_t n = ::read(w.fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    for (ssize_t at = 0; at < n;) {
+      const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
+      at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+      if (event->mask & IN_Q_OVERFLOW) {
+        for (auto& entry : Indexes()) entry.second.stale = entry.second.wd >= 0;
+        continue;
+      }
+      const auto watched = w.folders.find(event->wd);
+      if (watched == w.folders.end()) continue;
+      const std::string folder = watched->second;
+      if (event->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
+        DropIndexes(folder);
+        continue;
+      }
+      if (event->len == 0) continue;
+      const std::string name(event->name, ::strnlen(event->name, event->len));
+      const bool created = (event->mask & (IN_CREATE | IN_MOVED_TO)) != 0;
+      const bool is_folder = (event->mask & IN_ISDIR) != 0;
+      // A folder that went away, or another that took its name, takes the indexes below along.
+      if (is_folder) DropIndexes(Join(folder, name));
+      auto it = Indexes().find(folder);
+      if (it != Indexes().end() &&
+          !ApplyName(it->second, name, created, is_folder ? DT_DIR : DT_UNKNOWN)) {
+        it->second.stale = true;
+      }
+    }
+    if (static_cast<size_t>(n) + kLargestEvent <= sizeof buffer) break;
+  }
+}
+
+// Starts the reports of a folder before the scan that fills its index, so that no change
+// between the two is missed; -1 when no watch can be had (the stamps serve then).
+int StartWatch(const std::string& folder) {
+  Watcher& w = TheWatcher();
+  if (w.fd < 0) {
+    static const bool registered = ::pthread_atfork(nullptr, nullptr, MarkForked) == 0;
+    (void)registered;
+    w.fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (w.fd < 0) return -1;
+  }
+  const int wd = ::inotify_add_watch(w.fd, folder.c_str(), kWatchMask);
+  if (wd >= 0) w.folders[wd] = folder;
+  return wd;
+}
+
+// Watches `folder` (and its ancestors up to the root), scanning it into a watched index.
+void EnsureWatched(const std::string& folder) {
+  auto& indexes = Indexes();
+  auto it = indexes.find(folder);
+  if (it != indexes.end() && it->second.wd >= 0) return;
+  if (BelowConfinedRoot(folder)) EnsureWatched(Split(folder).first);
+  const int wd = StartWatch(folder);
+  if (wd < 0) return;
+  FolderIndex index;
+  if (Scan(folder, index) != 0) {
+    ::inotify_rm_watch(TheWatcher().fd, wd);
+    TheWatcher().folders.erase(wd);
+    return;
+  }
+  index.wd = wd;
+  indexes.insert_or_assign(folder, std::move(index));
+}
+
+// The answer of a watched index for `name` in the actual folder `folder`; nullopt when the
+// folder has none (the caller goes the way of stamps). The index lock is held.
+std::optional<std::optional<std::string>> WatchedAnswer(const std::string& folder,
+                                                        const std::string& name, struct stat* st,
+                                                        int* err) {
+  auto it = Indexes().find(folder);
+  if (it == Indexes().end() || it->second.wd < 0) return std::nullopt;
+  FolderIndex& index = it->second;
+  if (index.stale) {
+    if (int e = Scan(folder, index); e != 0) {
+      DropIndexes(folder);
+      if (err && SearchFailed(-e)) *err = e;
+      return std::optional<std::string>();
+    }
+    index.stale = false;
+  }
+  auto hit = index.by_folded.find(Folded(name));
+  if (hit == index.by_folded.end()) return std::optional<std::string>();
+  std::string full = Join(folder, hit->second.name);
+  // A file's type never changes under its name: a file told by its type needs no look. A
+  // folder is looked at, for the stamp that an index of its own may need.
+  const unsigned char type = hit->second.type;
+  if (type != DT_UNKNOWN && type != DT_DIR) {
+    *st = {};
+    st->st_mode = DTTOIF(type);
+    return std::optional<std::string>(std::move(full));
+  }
+  const int r = EntryStat(full, st);
+  if (r == 0) hit->second.type = IFTODT(st->st_mode);
+  if (r == 0) return std::optional<std::string>(std::move(full));
+  // Gone since the reports were read: its removal is on its way.
+  if (err && SearchFailed(r)) *err = -r;
+  return std::optional<std::string>();
+}
+
+// The answer for a clean path whose folder has a watched index, without any look at the
+// folder; nullopt when the folder has none.
+std::optional<std::optional<std::string>> WatchedLookUp(const std::string& path, struct stat* st,
+                                                        int* err) {
+  auto [folder, name] = Split(path);
+  if (name.empty()) return std::nullopt;
+  std::lock_guard lock(IndexMutex());
+  Drain();
+  if (auto answer = WatchedAnswer(folder, name, st, err)) return answer;
+  // A folder below the root is watched from its first lookup on.
+  if (!Watchable(folder)) return std::nullopt;
+  EnsureWatched(folder);
+  return WatchedAnswer(folder, name, st, err);
+}
+
 // The actual path of `name` in the existing actual folder `folder` (whose stamp is `stamp`),
 // matched without regard to case; fills `st`. When `err` is given it receives the errno of a
 // search that failed (rather than found nothing).
 std::optional<std::string> LookUp(const std::string& folder, const struct timespec& stamp,
                                   const std::string& name, struct stat* st, int* err) {
   std::lock_guard lock(IndexMutex());
+  Drain();
+  if (auto answer = WatchedAnswer(folder, name, st, err)) return *answer;
+  if (Watchable(folder)) {
+    EnsureWatched(folder);
+    if (auto answer = WatchedAnswer(folder, name, st, err)) return *answer;
+  }
   auto& indexes = Indexes();
   auto it = indexes.find(folder);
   bool fresh = false;
@@ -175,7 +400,7 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
     FolderIndex& index = it->second;
     auto hit = index.by_folded.find(folded);
     if (hit != index.by_folded.end()) {
-      std::string full = Join(folder, hit->second);
+      std::string full = Join(folder, hit->second.name);
       int r = EntryStat(full, st);
       if (r == 0) return full;
       if (err && SearchFailed(r)) {
@@ -200,6 +425,7 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
 // ResolveExisting on a clean, safe path; fills `st` for the entry found.
 std::optional<std::string> ResolveClean(const std::string& path, struct stat* st,
                                         int* err = nullptr) {
+  if (auto answer = WatchedLookUp(path, st, err)) return *answer;
   int r = EntryStat(path, st);
   if (r == 0) return path;
   if (err && SearchFailed(r)) {
@@ -237,13 +463,26 @@ std::string ResolveForCreate(const std::string& raw) {
   if (auto existing = ResolveClean(path, &st)) return *existing;
   auto [folder, name] = Split(path);
   if (folder == "/" || folder == ".") return path;
+  {
+    // A watched folder is there under this very name.
+    std::lock_guard lock(IndexMutex());
+    auto it = Indexes().find(folder);
+    if (it != Indexes().end() && it->second.wd >= 0) return Join(folder, name);
+  }
   if (auto actual_folder = ResolveClean(folder, &st)) return Join(*actual_folder, name);
   return Join(ResolveForCreate(folder), name);
 }
 
 struct timespec FolderStamp(const std::string& path) {
   struct timespec stamp {};
-  ReadStamp(Split(Clean(path)).first, &stamp);
+  const std::string folder = Split(Clean(path)).first;
+  {
+    // A watched folder needs no stamp: the reports keep its index current.
+    std::lock_guard lock(IndexMutex());
+    auto it = Indexes().find(folder);
+    if (it != Indexes().end() && it->second.wd >= 0) return stamp;
+  }
+  ReadStamp(folder, &stamp);
   return stamp;
 }
 
@@ -256,20 +495,14 @@ void Note(const std::string& raw_path, const struct timespec* before, bool creat
   auto it = indexes.find(folder);
   if (it == indexes.end()) return;
   FolderIndex& index = it->second;
-  bool keeps_stamp = before && SameStamp(index.stamp, *before);
-  const std::string folded = Folded(name);
-  auto hit = index.by_folded.find(folded);
-  if (created) {
-    if (hit == index.by_folded.end()) {
-      index.by_folded.emplace(folded, name);
-    } else if (hit->second != name) {
-      index.ambiguous = true;
-    }
-  } else if (hit != index.by_folded.end() && hit->second == name) {
-    index.by_folded.erase(hit);
-    // Another name that differs only in case may still exist: let a scan find it.
-    if (index.ambiguous) keeps_stamp = false;
+  // Another name that differs only in case may still exist after a removal: a scan finds it.
+  const bool exact = ApplyName(index, name, created);
+  if (index.wd >= 0) {
+    // Watched: the report of our change comes as well, and agrees.
+    if (!exact) index.stale = true;
+    return;
   }
+  const bool keeps_stamp = before && SameStamp(index.stamp, *before) && exact;
   // When the index was current just before our own change, it is current after it as well.
   struct timespec now;
   if (keeps_stamp && ReadStamp(folder, &now)) index.stamp = now;
@@ -292,6 +525,11 @@ void NoteRemoved(const std::string& actual_path, const struct timespec& before) 
 void ForgetNameIndexes() {
   std::lock_guard lock(IndexMutex());
   Indexes().clear();
+  Watcher& w = TheWatcher();
+  if (w.fd >= 0) ::close(w.fd);
+  w.fd = -1;
+  w.folders.clear();
+  w.forked = false;
 }
 
 bool OrdinaryFileExists(const std::string& path) {
@@ -305,7 +543,14 @@ bool FindOrdinaryFile(const std::string& path) {
   int err = 0;
   auto actual = Resolve(path, &st, &err);
   if (err != 0) RaiseErrno(err);
-  return actual && S_ISREG(st.st_mode) && !IsHiddenName(Split(*actual).second);
+  if (!actual) return false;
+  // A search looks at the entry itself, even where the index knows it: it is the search that
+  // can fail.
+  if (int r = EntryStat(*actual, &st); r != 0) {
+    if (SearchFailed(r)) RaiseErrno(-r);
+    return false;
+  }
+  return S_ISREG(st.st_mode) && !IsHiddenName(Split(*actual).second);
 }
 
 bool AnyFileExists(const std::string& path) {
@@ -402,7 +647,10 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
     auto it = Indexes().find(*actual);
     if (it != Indexes().end()) {
       FolderIndex& index = it->second;
-      if (index.racy || !SameStamp(index.stamp, stamp)) Rebuild(index, stamp, names);
+      if (index.wd >= 0 ? index.stale : index.racy || !SameStamp(index.stamp, stamp)) {
+        Rebuild(index, stamp, names, types);
+        index.stale = false;
+      }
     }
   }
   // (folded name, name): compared as bytes, the folded part gives the order of NameLess.

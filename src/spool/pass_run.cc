@@ -50,10 +50,18 @@ void PassRun::WroteFolder(const std::string& path) {
   written_folders_.insert(WithoutTrailingSlash(path));
 }
 
+void PassRun::WroteFlushed(const std::string& path) {
+  const std::string folder = FolderOf(path);
+  if (!folder.empty()) flushed_files_folders_.insert(folder);
+}
+
 void PassRun::FlushWritten() {
-  // Folders whose entries must reach the disk: those of the written files, the folders created
-  // for this message, and the folders that hold those (a new folder is an entry of its parent).
-  std::set<std::string> folders;
+  // Folders whose entries must reach the disk: those of the written files, of the files
+  // replaced whole, the folders created for this message, and the folders that hold those (a
+  // new folder is an entry of its parent). Each is flushed once, after all the files.
+  std::set<std::string> folders = replaced_folders_.Take();
+  folders.merge(flushed_files_folders_);
+  flushed_files_folders_.clear();
   for (const std::string& path : written_files_) {
     const std::string folder = FolderOf(path);
     if (!folder.empty()) folders.insert(folder);

@@ -9,6 +9,7 @@
 
 #include "core/context.h"
 #include "platform/errors.h"
+#include "platform/files.h"
 #include "platform/guard.h"
 
 namespace quellor {
@@ -77,6 +78,8 @@ class PassRun {
   // A flush that fails leaves the message unfinished.
   void Wrote(const std::string& path);
   void WroteFolder(const std::string& path);
+  // A file written and already flushed: only its folder entry is left to flush.
+  void WroteFlushed(const std::string& path);
   void FlushWritten();
 
   Context& ctx;
@@ -90,6 +93,9 @@ class PassRun {
   Guard guard_;
   std::vector<std::string> written_files_;
   std::set<std::string> written_folders_;
+  std::set<std::string> flushed_files_folders_;
+  // Whole-file replacements (lists, statistics) leave their folder flushes to FlushWritten.
+  DeferredFolderSyncs replaced_folders_;
 };
 
 }  // namespace quellor

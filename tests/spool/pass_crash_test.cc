@@ -30,16 +30,46 @@ namespace {
 constexpr int kMessages = 200;
 
 // A killed process loses nothing of what it wrote (the kernel keeps it), so the child skips the
-// flushes to the disk: what is tested is the order in which files are written and removed.
+// flushes to the disk: what is tested is the order in which files are written and removed. The
+// child kills itself at a chosen opening, write, removal or renaming (0: never), so where it
+// stops does not depend on how fast the machine is.
 class NoSyncFileSystem : public FileSystem {
  public:
+  explicit NoSyncFileSystem(long kill_at) : kill_at_(kill_at) {}
   int Fsync(int) override { return 0; }
   int SyncDir(const std::string&) override { return 0; }
+  int Open(const std::string& p, int flags, int mode) override {
+    Count();
+    return FileSystem::Open(p, flags, mode);
+  }
+  long Write(int fd, const void* buf, size_t n) override {
+    Count();
+    return FileSystem::Write(fd, buf, n);
+  }
+  int Unlink(const std::string& p) override {
+    Count();
+    return FileSystem::Unlink(p);
+  }
+  int Rename(const std::string& f, const std::string& t) override {
+    Count();
+    return FileSystem::Rename(f, t);
+  }
+  int Link(const std::string& f, const std::string& t) override {
+    Count();
+    return FileSystem::Link(f, t);
+  }
+
+ private:
+  void Count() {
+    if (kill_at_ > 0 && ++calls_ == kill_at_) raise(SIGKILL);
+  }
+  long kill_at_;
+  long calls_ = 0;
 };
 
 // The child: passes like the scheduler's ticks until the queue is empty.
-[[noreturn]] void RunPasses(const std::string& root) {
-  NoSyncFileSystem no_sync;
+[[noreturn]] void RunPasses(const std::string& root, long kill_at) {
+  NoSyncFileSystem no_sync(kill_at);
   SetFileSystem(&no_sync);
   SystemClock clock;
   RecordingSleeper sleeper;
@@ -87,11 +117,8 @@ TEST(PassCrashTest, KilledPassesNeverLoseAMessage) {
     const auto run = [&](bool kill_it) {
       const pid_t pid = fork();
       ASSERT_GE(pid, 0);
-      if (pid == 0) RunPasses(tree.root());
-      if (kill_it) {
-        usleep(2000 + rng() % 30000);
-        kill(pid, SIGKILL);
-      }
+      const long kill_at = kill_it ? 100 + static_cast<long>(rng() % 1000) : 0;
+      if (pid == 0) RunPasses(tree.root(), kill_at);
       int status = 0;
       waitpid(pid, &status, 0);
       ForgetNameIndexes();
