@@ -55,6 +55,8 @@ int OpenRegular(const std::string& path, int flags, int mode) {
   // A symlink (ELOOP) or a FIFO without a reader (ENXIO) is refused like any other non-file.
   if (fd == -ELOOP || fd == -ENXIO) return -EACCES;
   if (fd < 0) return fd;
+  // A file this very call created is a regular file.
+  if ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL)) return fd;
   // Straight to the system: a test's failing stat of some path must not hit this descriptor.
   struct stat st;
   int r = ::fstat(fd, &st) == 0 ? 0 : -errno;
@@ -135,7 +137,7 @@ TextFile TextFile::Open(const std::string& path, OpenMode mode) {
   struct timespec before = FolderStamp(target);
   int fd = OpenRegular(target, flags, 0644);
   if (fd < 0) RaiseCreate(-fd);
-  if (!existing) NoteCreated(target, before);
+  if (!existing) NoteCreatedFile(target, before);
   f.fd_ = fd;
   f.path_ = target;
   return f;
@@ -333,7 +335,7 @@ void CopyFileBytes(const std::string& from, const std::string& to, bool exclusiv
     Fs().Close(in);
     RaiseCreate(-out);
   }
-  if (!existing) NoteCreated(target, before);
+  if (!existing) NoteCreatedFile(target, before);
   std::string buf(kBlock, '\0');
   int err = 0;
   try {

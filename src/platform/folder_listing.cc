@@ -64,8 +64,10 @@ bool FolderListing::Scan(Changes* changes) {
   if (wd_ < 0) StartWatch();
   std::vector<std::string> listed;
   const bool ok = ListFilesOrFail(folder_, pattern_, &listed);
-  names_.clear();
-  for (const std::string& name : listed) names_.insert(names_.end(), KeyOf(name));
+  std::set<Key> names;
+  for (const std::string& name : listed) names.insert(names.end(), KeyOf(name));
+  if (names != names_) ++changes_;
+  names_.swap(names);
   changes->whole = true;
   scanned_ = ok;
   return ok;
@@ -114,6 +116,7 @@ bool FolderListing::Refresh(Changes* changes) {
     StopWatch();
     return Scan(changes);
   }
+  const uint64_t before = changes->added.size() + changes->removed.size();
   for (auto& [name, gone] : touched) {
     bool present = false;
     if (!gone) {
@@ -135,6 +138,7 @@ bool FolderListing::Refresh(Changes* changes) {
       changes->removed.push_back(std::move(name));
     }
   }
+  if (changes->added.size() + changes->removed.size() != before) ++changes_;
   return true;
 }
 

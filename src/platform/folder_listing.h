@@ -5,6 +5,7 @@
 // looked at again. Without such reports (no inotify, a watch refused, events lost) every
 // refresh scans the whole folder, as a plain listing would.
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <utility>
@@ -35,6 +36,8 @@ class FolderListing {
   size_t size() const { return names_.size(); }
   // Whether the kernel's reports keep the listing current (false: every refresh scans).
   bool watched() const { return wd_ >= 0; }
+  // How many times a refresh found the listing changed: equal counts, equal listings.
+  uint64_t changes() const { return changes_; }
 
  private:
   // (A-Z folded name, name): compared as bytes, the order of the listing.
@@ -56,6 +59,7 @@ class FolderListing {
   int fd_ = -1;  // the inotify instance
   int wd_ = -1;  // its watch on the folder
   bool scanned_ = false;
+  uint64_t changes_ = 0;
 };
 
 }  // namespace quellor

@@ -189,7 +189,7 @@ bool SearchFailed(int r) {
 // Applies one name that appeared (`created`) or vanished; false when the index can no longer
 // tell (a name removed while another that differs only in case may remain).
 bool ApplyName(FolderIndex& index, const std::string& name, bool created,
-               unsigned char type = DT_UNKNOWN) {
+               unsigned char type = DT_UNKNOWN, bool replaced = false) {
   const std::string folded = Folded(name);
   auto hit = index.by_folded.find(folded);
   if (created) {
@@ -198,8 +198,8 @@ bool ApplyName(FolderIndex& index, const std::string& name, bool created,
     } else if (hit->second.name != name) {
       index.ambiguous = true;
       if (name < hit->second.name) hit->second = {name, type};
-    } else {
-      // The same name again (a file renamed over it): whatever it is now is looked at anew.
+    } else if (replaced || type != DT_UNKNOWN) {
+      // The same name again: a file renamed over it is looked at anew.
       hit->second.type = type;
     }
     return true;
@@ -280,7 +280,8 @@ void Drain() {
       if (is_folder) DropIndexes(Join(folder, name));
       auto it = Indexes().find(folder);
       if (it != Indexes().end() &&
-          !ApplyName(it->second, name, created, is_folder ? DT_DIR : DT_UNKNOWN)) {
+          !ApplyName(it->second, name, created, is_folder ? DT_DIR : DT_UNKNOWN,
+                     (event->mask & IN_MOVED_TO) != 0)) {
         it->second.stale = true;
       }
     }
@@ -343,7 +344,12 @@ std::optional<std::optional<std::string>> WatchedAnswer(const std::string& folde
   // A file's type never changes under its name: a file told by its type needs no look. A
   // folder is looked at, for the stamp that an index of its own may need.
   const unsigned char type = hit->second.type;
-  if (type != DT_UNKNOWN && type != DT_DIR) {
+  // A folder with a watched index of its own needs no stamp either.
+  const bool watched_folder = type == DT_DIR && [&] {
+    auto own = Indexes().find(full);
+    return own != Indexes().end() && own->second.wd >= 0 && !own->second.stale;
+  }();
+  if (type != DT_UNKNOWN && (type != DT_DIR || watched_folder)) {
     *st = {};
     st->st_mode = DTTOIF(type);
     return std::optional<std::string>(std::move(full));
@@ -487,7 +493,8 @@ struct timespec FolderStamp(const std::string& path) {
 }
 
 namespace {
-void Note(const std::string& raw_path, const struct timespec* before, bool created) {
+void Note(const std::string& raw_path, const struct timespec* before, bool created,
+          unsigned char type = DT_UNKNOWN) {
   const std::string actual_path = Clean(raw_path);
   auto [folder, name] = Split(actual_path);
   std::lock_guard lock(IndexMutex());
@@ -496,7 +503,7 @@ void Note(const std::string& raw_path, const struct timespec* before, bool creat
   if (it == indexes.end()) return;
   FolderIndex& index = it->second;
   // Another name that differs only in case may still exist after a removal: a scan finds it.
-  const bool exact = ApplyName(index, name, created);
+  const bool exact = ApplyName(index, name, created, type);
   if (index.wd >= 0) {
     // Watched: the report of our change comes as well, and agrees.
     if (!exact) index.stale = true;
@@ -517,6 +524,9 @@ void NoteRemoved(const std::string& actual_path) {
 }
 void NoteCreated(const std::string& actual_path, const struct timespec& before) {
   Note(actual_path, &before, true);
+}
+void NoteCreatedFile(const std::string& actual_path, const struct timespec& before) {
+  Note(actual_path, &before, true, DT_REG);
 }
 void NoteRemoved(const std::string& actual_path, const struct timespec& before) {
   Note(actual_path, &before, false);
@@ -634,6 +644,30 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
   result.clear();
   auto actual = ResolveExisting(folder);
   if (!actual) return false;
+  // (folded name, name): compared as bytes, the folded part gives the order of NameLess.
+  std::vector<std::pair<std::string, std::string>> keyed;
+  {
+    // A watched index holds the folder's names as they are: no scan. (Names that differ only
+    // in case share one entry, so such a folder is scanned.)
+    std::lock_guard lock(IndexMutex());
+    Drain();
+    auto it = Indexes().find(*actual);
+    if (it != Indexes().end() && it->second.wd >= 0 && !it->second.stale && !it->second.ambiguous) {
+      for (auto& [folded, entry] : it->second.by_folded) {
+        if (IsHiddenName(entry.name) || !MatchesPattern(entry.name, pattern)) continue;
+        if (entry.type == DT_UNKNOWN) {
+          struct stat st;
+          if (Fs().Lstat(Join(*actual, entry.name), &st) == 0) entry.type = IFTODT(st.st_mode);
+        }
+        // A symlink is never listed, whatever it points at.
+        if (entry.type == DT_REG) keyed.emplace_back(AsciiFolded(entry.name), entry.name);
+      }
+      std::sort(keyed.begin(), keyed.end());
+      result.reserve(keyed.size());
+      for (auto& e : keyed) result.push_back(std::move(e.second));
+      return true;
+    }
+  }
   struct timespec stamp;
   bool stamped = ReadStamp(*actual, &stamp);
   std::vector<std::string> names;
@@ -653,8 +687,6 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
       }
     }
   }
-  // (folded name, name): compared as bytes, the folded part gives the order of NameLess.
-  std::vector<std::pair<std::string, std::string>> keyed;
   keyed.reserve(names.size());
   for (size_t i = 0; i < names.size(); ++i) {
     const std::string& n = names[i];

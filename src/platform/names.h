@@ -28,6 +28,8 @@ struct timespec FolderStamp(const std::string& path);
 void NoteCreated(const std::string& actual_path);
 void NoteRemoved(const std::string& actual_path);
 void NoteCreated(const std::string& actual_path, const struct timespec& before);
+// NoteCreated for a regular file that our own call just created.
+void NoteCreatedFile(const std::string& actual_path, const struct timespec& before);
 void NoteRemoved(const std::string& actual_path, const struct timespec& before);
 // Drops every cached index (tests that change folders behind the program's back).
 void ForgetNameIndexes();

@@ -10,21 +10,25 @@
 #include "commands.h"
 #include "core/context.h"
 #include "platform/clock.h"
+#include "platform/folder_listing.h"
 #include "platform/names.h"
 #include "service/scheduler.h"
 #include "service/startup.h"
+#include "spool/input_pair.h"
 #include "status/status_reply.h"
 
 namespace quellor::ctl {
 
 namespace {
 
-// The message files waiting in IN/; none when the folder cannot be listed.
-std::vector<std::string> InputQueue(Context& ctx) {
+// The number of message files waiting in IN/, with the input listing brought up to date; none
+// when the folder cannot be listed.
+size_t InputQueue(Context& ctx) {
   try {
-    return ListFiles(ctx.Path("IN"), "*.EML");
+    RefreshInputListing(ctx);
+    return ctx.input_listing().size();
   } catch (const std::exception&) {
-    return {};
+    return 0;
   }
 }
 
@@ -69,18 +73,19 @@ int RunPass(const std::vector<std::string>& args) {
     // Pass-timer ticks, back to back, until the input queue is empty. A tick that leaves the
     // queue exactly as it found it (a pair that cannot be deleted, or a stalled `total`)
     // would repeat forever, so it ends the run.
-    std::vector<std::string> queue = InputQueue(ctx);
-    while (!queue.empty()) {
+    // The listing's change count tells whether a tick changed the queue at all, without
+    // comparing every name of a long queue after every tick.
+    while (InputQueue(ctx) > 0) {
+      const uint64_t before = ctx.input_listing().changes();
       scheduler.Timer1_Timer();
-      std::vector<std::string> after = InputQueue(ctx);
-      if (after == queue) {
-        std::cerr << "quellorctl pass: " << after.size()
+      const size_t left = InputQueue(ctx);
+      if (ctx.input_listing().changes() == before) {
+        std::cerr << "quellorctl pass: " << left
                   << " message(s) stay in IN/: a pass could not take them out (see "
                   << ctx.Path("LOG/system.log") << ")\n";
         status = 1;
         break;
       }
-      queue = std::move(after);
     }
   }
 
