@@ -1,17 +1,21 @@
 #!/usr/bin/env bash
-# The whole-pass benchmark: N message pairs (default 10,000) in a temporary installation tree,
-# a mix of forwarded, learned, white-listed and held-and-challenged recipients over 1,000 users,
-# messages of 2 to 50 KiB, taken out of IN/ by `quellorctl pass --all --no-pause`.
-# Beside it, on an identical tree, the floor: a minimal program that only copies every message
-# once per recipient into LOCAL/ and deletes the pair (plain, and flushed to the disk as
-# Quellor does before it deletes an input pair). Prints messages per second, peak memory and
-# the ratios.
+# The whole-pass benchmark: N message pairs in a temporary installation tree, a mix of
+# forwarded, learned, white-listed and held-and-challenged recipients over 1,000 users, messages
+# of 2 to 50 KiB, taken out of IN/ by `quellorctl pass --all --no-pause`. Beside it, on an
+# identical tree, the floor: a minimal program that only copies every message once per
+# recipient into LOCAL/ and deletes the pair, flushed to the disk as Quellor does before it
+# deletes an input pair. For each N it prints the pass's time, the floor's time in the same run,
+# their ratio, messages per second and peak memory; then the system calls per message of one
+# pass under strace (at N, at most 2,000), and the growth from the smallest N to the largest.
+# A run that leaves mail in IN/ or writes the error log fails.
 #
-#   bash bench/whole_pass.sh [N] [BUILD_DIR]      (BUILD_DIR defaults to build/)
+#   bash bench/whole_pass.sh [N ...]       (default: 1000 10000; 100000 on request)
+#   BUILD_DIR=build-x bash bench/whole_pass.sh 300
 set -euo pipefail
 cd "$(dirname "$0")/.."
-N="${1:-10000}"
-BUILD="${2:-build}"
+SIZES=("$@")
+[ ${#SIZES[@]} -gt 0 ] || SIZES=(1000 10000)
+BUILD="${BUILD_DIR:-build}"
 
 if [ ! -f "$BUILD/build.ninja" ]; then bash scripts/build.sh "$BUILD"; fi
 cmake --build "$BUILD" --target quellorctl bench_make_spool bench_copy_floor >/dev/null
@@ -22,12 +26,13 @@ FLOOR="$(pwd)/$BUILD/bench/bench_copy_floor"
 WORK="$(mktemp -d "${TMPDIR:-/tmp}/quellor-bench-XXXXXX")"
 trap 'rm -rf "$WORK"' EXIT
 TODAY="$(date +%Y%m%d)"
+export QUELLOR_ROOT="$WORK/tree"
 
 # A fresh tree with the same N pairs every time (same seed).
 fresh_tree() {
   rm -rf "$WORK/tree"
   "$CTL" init "$WORK/tree" >/dev/null
-  "$MAKE_SPOOL" "$WORK/tree" "$N" "$TODAY" 1
+  "$MAKE_SPOOL" "$WORK/tree" "$1" "$TODAY" 1 >/dev/null
   sync
 }
 
@@ -40,34 +45,64 @@ timed() {
     for (i = 1; i <= n; i++) s = s * 60 + p[i]; printf "%.2f", s }')"
   PEAK_KIB="$(sed -n 's/^\s*Maximum resident set size (kbytes): //p' "$WORK/time.txt")"
 }
-rate() { awk -v n="$N" -v s="$1" 'BEGIN { printf "%.0f", (s > 0 ? n / s : 0) }'; }
-count() { find "$WORK/tree/$1" -type f -name "$2" | wc -l; }
 
-echo "== whole pass: $N pairs"
-fresh_tree
-export QUELLOR_ROOT="$WORK/tree"
-timed "$CTL" pass --all --no-pause
-Q_SECONDS="$SECONDS_TAKEN"
-Q_PEAK="$PEAK_KIB"
-echo "left in IN/: $(count IN '*.EML'); LOCAL/: $(count LOCAL '*.EML') messages;" \
-  "WAIT/: $(count WAIT '*.EML') held; OUT/: $(count OUT '*.EML') requests;" \
-  "error log lines: $(cat "$WORK/tree/LOG/system.log" 2>/dev/null | wc -l)"
-grep -E '^(FORWARD|LEARN|QUELLOR)=' "$WORK/out.txt" | tr -d '\r' | paste -sd' '
-printf 'quellorctl pass --all --no-pause: %8.2f s  %7s msg/s  peak RSS %6d KiB\n' \
-  "$Q_SECONDS" "$(rate "$Q_SECONDS")" "$Q_PEAK"
+# The pass must have drained IN/ without a line in the error log.
+check_drained() {
+  local left errors
+  left="$(find "$WORK/tree/IN" -type f -name '*.EML' | wc -l)"
+  errors=0
+  [ ! -f "$WORK/tree/LOG/system.log" ] || errors="$(wc -l <"$WORK/tree/LOG/system.log")"
+  if [ "$left" -ne 0 ] || [ "$errors" -ne 0 ]; then
+    echo "FAILED: $left message(s) left in IN/, $errors error-log line(s)" >&2
+    [ ! -f "$WORK/tree/LOG/system.log" ] || head -5 "$WORK/tree/LOG/system.log" >&2
+    exit 1
+  fi
+}
 
-fresh_tree >/dev/null
-timed "$FLOOR" "$WORK/tree"
-F_SECONDS="$SECONDS_TAKEN"
-printf 'floor (copy, delete):             %8.2f s  %7s msg/s  peak RSS %6d KiB\n' \
-  "$F_SECONDS" "$(rate "$F_SECONDS")" "$PEAK_KIB"
+printf '%9s %10s %10s %7s %9s %10s\n' messages "pass s" "floor s" ratio "msg/s" "peak KiB"
+declare -A PASS_SECONDS
+for n in "${SIZES[@]}"; do
+  fresh_tree "$n"
+  timed "$CTL" pass --all --no-pause
+  check_drained
+  q="$SECONDS_TAKEN"
+  peak="$PEAK_KIB"
+  PASS_SECONDS[$n]="$q"
+  fresh_tree "$n"
+  timed "$FLOOR" "$WORK/tree" --fsync
+  f="$SECONDS_TAKEN"
+  awk -v n="$n" -v q="$q" -v f="$f" -v peak="$peak" 'BEGIN {
+    printf "%9d %10.2f %10.2f %6.2fx %9.0f %10d\n", n, q, f, (f > 0 ? q / f : 0),
+      (q > 0 ? n / q : 0), peak }'
+done
 
-fresh_tree >/dev/null
-timed "$FLOOR" "$WORK/tree" --fsync
-S_SECONDS="$SECONDS_TAKEN"
-printf 'floor (copy, fsync, delete):      %8.2f s  %7s msg/s  peak RSS %6d KiB\n' \
-  "$S_SECONDS" "$(rate "$S_SECONDS")" "$PEAK_KIB"
+first="${SIZES[0]}"
+last="${SIZES[${#SIZES[@]}-1]}"
+if [ "$first" != "$last" ]; then
+  awk -v a="$first" -v b="$last" -v qa="${PASS_SECONDS[$first]}" -v qb="${PASS_SECONDS[$last]}" \
+    'BEGIN { printf "time(%d) / time(%d) = %.1f for %.0f times the messages\n", b, a,
+      (qa > 0 ? qb / qa : 0), b / a }'
+fi
 
-awk -v q="$Q_SECONDS" -v f="$F_SECONDS" -v s="$S_SECONDS" 'BEGIN {
-  printf "ratio quellor / floor: %.1f x;  quellor / floor with fsync: %.1f x\n",
-    (f > 0 ? q / f : 0), (s > 0 ? q / s : 0) }'
+if command -v strace >/dev/null 2>&1; then
+  n="$last"
+  [ "$n" -le 2000 ] || n=2000
+  fresh_tree "$n"
+  strace -c -f -o "$WORK/strace.txt" "$CTL" pass --all --no-pause >/dev/null
+  check_drained
+  echo "system calls per message (strace -c -f, $n messages):"
+  # Columns: % time, seconds, usecs/call, calls, [errors,] syscall.
+  awk -v n="$n" '$1 ~ /^[0-9.]+$/ && $NF != "total" { calls[$NF] = $4 }
+    END {
+      stat = calls["newfstatat"] + calls["fstat"] + calls["stat"] + calls["lstat"] + calls["statx"]
+      opens = calls["openat"] + calls["openat2"] + calls["open"]
+      printf "  stat-like %.1f  opens %.1f  flushes %.1f  directory reads %.1f  reads %.1f  writes %.1f\n",
+        stat / n, opens / n, (calls["fsync"] + calls["fdatasync"]) / n, calls["getdents64"] / n,
+        calls["read"] / n, calls["write"] / n
+      total = 0
+      for (c in calls) total += calls[c]
+      printf "  all %.1f\n", total / n
+    }' "$WORK/strace.txt"
+else
+  echo "(no strace: system calls not counted)"
+fi

@@ -9,7 +9,7 @@ $SUDO apt-get update -qq
 # installed unconfigured, so it starts nothing on its own.
 echo "postfix postfix/main_mailer_type select No configuration" | $SUDO debconf-set-selections
 $SUDO apt-get install -y -qq --no-install-recommends \
-  build-essential g++ cmake ninja-build pkg-config ccache clang-format time procps git \
+  build-essential g++ cmake ninja-build pkg-config ccache clang-format time procps strace git \
   libgmime-3.0-dev libboost1.81-dev libsystemd-dev libfmt-dev libcli11-dev \
   libgtest-dev libgmock-dev googletest libbenchmark-dev clang-14 libclang-rt-14-dev \
   chromium chromium-driver python3 python3-selenium fonts-dejavu-core curl ca-certificates \

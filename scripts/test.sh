@@ -11,6 +11,8 @@ echo "== format check"
 git ls-files '*.cc' '*.h' | xargs -r clang-format --dry-run --Werror
 echo "== tests"
 (cd build && ctest --output-on-failure -j2)
+echo "== whole-pass benchmark, small (drains the queue without an error; times not checked)"
+bash bench/whole_pass.sh 300
 echo "== browser test"
 bash tests/browser/run.sh build
 echo "== Release build with clang 14, warnings as errors"

@@ -21,7 +21,9 @@ std::string Show(const Settings& s) {
          " gateway_port=" + std::to_string(s.gateway_port) + " server=[" + s.server +
          "] gateway=[" + s.gateway + "] postmasters=[" + s.postmasters + "] method=[" +
          s.validation_method + "] domains=[" + s.domains_auto + "] users=[" + s.users_auto +
-         "] log=[" + s.log + "] debug=[" + s.debug + "]";
+         "] log=[" + s.log + "] debug=[" + s.debug +
+         "] pacing=" + std::to_string(s.MessagesPerPass()) + "/" +
+         std::to_string(s.MessagePauseMs());
 }
 
 struct Case {
@@ -70,6 +72,14 @@ TEST(ReadIni, Lines) {
          s.gateway = "b";
        }},
       {"last line without its end", "DEBUG=ON", [](Settings& s) { s.debug = "ON"; }},
+      {"pacing", "messages_per_pass=400\r\nMESSAGE_PAUSE= 0 \r\n",
+       [](Settings& s) {
+         s.messages_per_pass = "400";
+         s.message_pause = "0";
+       }},
+      {"pacing out of range or not whole: the defaults",
+       "MESSAGES_PER_PASS=0\r\nMESSAGE_PAUSE=32768\r\nMESSAGE_PAUSE=1.5\r\n",
+       [](Settings& s) { s.messages_per_pass = "0"; }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

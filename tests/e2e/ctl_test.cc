@@ -85,8 +85,10 @@ TEST(CtlInit, CreatesACompleteTreeAndNeverOverwrites) {
   ctx.settings.log = ctx.settings.debug = "x";
   readini(ctx);
   const Settings& s = ctx.settings;
-  EXPECT_EQ(s.postmasters + "|" + s.domains_auto + "|" + s.users_auto + "|" + s.log + "|" + s.debug,
-            "|NO|NO|ON|OFF");
+  EXPECT_EQ(s.postmasters + "|" + s.domains_auto + "|" + s.users_auto + "|" + s.log + "|" +
+                s.debug + "|" + std::to_string(s.MessagesPerPass()) + "|" + s.messages_per_pass +
+                "|" + std::to_string(s.MessagePauseMs()) + "|" + s.message_pause,
+            "|NO|NO|ON|OFF|40|40|100|100");
   EXPECT_FALSE(tree.Exists("site/LOG/system.log"));
 
   // The mode is searched anywhere in a line: only the one setting line may carry it.
