@@ -31,15 +31,12 @@ FolderListing::~FolderListing() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-FolderListing::Key FolderListing::KeyOf(const std::string& name) {
-  return {AsciiFolded(name), name};
+bool FolderListing::Before::operator()(const std::string& a, const std::string& b) const {
+  return ListedBefore(a, b);
 }
 
 std::vector<std::string> FolderListing::Names() const {
-  std::vector<std::string> names;
-  names.reserve(names_.size());
-  for (const Key& key : names_) names.push_back(key.second);
-  return names;
+  return std::vector<std::string>(names_.begin(), names_.end());
 }
 
 void FolderListing::StartWatch() {
@@ -64,8 +61,8 @@ bool FolderListing::Scan(Changes* changes) {
   if (wd_ < 0) StartWatch();
   std::vector<std::string> listed;
   const bool ok = ListFilesOrFail(folder_, pattern_, &listed);
-  std::set<Key> names;
-  for (const std::string& name : listed) names.insert(names.end(), KeyOf(name));
+  std::set<std::string, Before> names;
+  for (std::string& name : listed) names.insert(names.end(), std::move(name));
   if (names != names_) ++changes_;
   names_.swap(names);
   changes->whole = true;
@@ -131,10 +128,9 @@ bool FolderListing::Refresh(Changes* changes) {
         return Scan(changes);
       }
     }
-    Key key = KeyOf(name);
     if (present) {
-      if (names_.insert(std::move(key)).second) changes->added.push_back(std::move(name));
-    } else if (names_.erase(key) != 0) {
+      if (names_.insert(name).second) changes->added.push_back(std::move(name));
+    } else if (names_.erase(name) != 0) {
       changes->removed.push_back(std::move(name));
     }
   }

@@ -40,9 +40,9 @@ class FolderListing {
   uint64_t changes() const { return changes_; }
 
  private:
-  // (A-Z folded name, name): compared as bytes, the order of the listing.
-  using Key = std::pair<std::string, std::string>;
-  static Key KeyOf(const std::string& name);
+  struct Before {
+    bool operator()(const std::string& a, const std::string& b) const;
+  };
 
   bool Scan(Changes* changes);
   void StartWatch();
@@ -55,7 +55,7 @@ class FolderListing {
   std::string folder_;
   std::string pattern_;
   std::string watched_;  // the folder's actual path, as watched
-  std::set<Key> names_;
+  std::set<std::string, Before> names_;
   int fd_ = -1;  // the inotify instance
   int wd_ = -1;  // its watch on the folder
   bool scanned_ = false;

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <mutex>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "platform/errors.h"
 #include "platform/fs.h"
@@ -30,12 +31,28 @@ struct FolderIndex {
   // Two names differ only in case; removing one of them must not hide the other.
   bool ambiguous = false;
   // The name as it exists, and its type as the scan or a look at the entry told it
-  // (DT_UNKNOWN until known).
+  // (DT_UNKNOWN until known). Entries are found by their name without regard to case.
   struct Entry {
     std::string name;
-    unsigned char type = DT_UNKNOWN;
+    mutable unsigned char type = DT_UNKNOWN;
   };
-  std::unordered_map<std::string, Entry> by_folded;
+  struct FoldedHash {
+    size_t operator()(const Entry& e) const {
+      uint64_t h = 1469598103934665603ull;
+      for (char c : e.name) h = (h ^ static_cast<unsigned char>(LowerChar(c))) * 1099511628211ull;
+      return static_cast<size_t>(h);
+    }
+  };
+  struct FoldedEqual {
+    bool operator()(const Entry& a, const Entry& b) const {
+      if (a.name.size() != b.name.size()) return false;
+      for (size_t i = 0; i < a.name.size(); ++i) {
+        if (LowerChar(a.name[i]) != LowerChar(b.name[i])) return false;
+      }
+      return true;
+    }
+  };
+  std::unordered_set<Entry, FoldedHash, FoldedEqual> by_folded;
   // Watched: the kernel reports every name that appears or vanishes (and the folder's own
   // removal or move), so the index is current without a look at the folder's stamp.
   int wd = -1;
@@ -84,10 +101,6 @@ bool RacyStamp(const struct timespec& stamp) {
   clock_gettime(CLOCK_REALTIME, &now);
   const int64_t margin = stamp.tv_nsec == 0 ? 2000000000 : 20000000;
   return Nanoseconds(now) - Nanoseconds(stamp) < margin;
-}
-
-std::string Folded(std::string_view name) {
-  return LCase(name);
 }
 
 // Folder part and name part of a path ("/a/b" -> "/a", "b"; "b" -> ".", "b").
@@ -150,11 +163,14 @@ void Rebuild(FolderIndex& index, const struct timespec& stamp,
   for (size_t i = 0; i < names.size(); ++i) {
     const std::string& n = names[i];
     const unsigned char type = i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN);
-    auto [it, inserted] = index.by_folded.emplace(Folded(n), FolderIndex::Entry{n, type});
+    auto [it, inserted] = index.by_folded.insert(FolderIndex::Entry{n, type});
     if (!inserted) {
       index.ambiguous = true;
       // Of names that differ only in case the lowest wins, whatever order the scan gave.
-      if (n < it->second.name) it->second = {n, type};
+      if (n < it->name) {
+        index.by_folded.erase(it);
+        index.by_folded.insert(FolderIndex::Entry{n, type});
+      }
     }
   }
   index.stamp = stamp;
@@ -190,21 +206,23 @@ bool SearchFailed(int r) {
 // tell (a name removed while another that differs only in case may remain).
 bool ApplyName(FolderIndex& index, const std::string& name, bool created,
                unsigned char type = DT_UNKNOWN, bool replaced = false) {
-  const std::string folded = Folded(name);
-  auto hit = index.by_folded.find(folded);
+  auto hit = index.by_folded.find(FolderIndex::Entry{name});
   if (created) {
     if (hit == index.by_folded.end()) {
-      index.by_folded.emplace(folded, FolderIndex::Entry{name, type});
-    } else if (hit->second.name != name) {
+      index.by_folded.insert(FolderIndex::Entry{name, type});
+    } else if (hit->name != name) {
       index.ambiguous = true;
-      if (name < hit->second.name) hit->second = {name, type};
+      if (name < hit->name) {
+        index.by_folded.erase(hit);
+        index.by_folded.insert(FolderIndex::Entry{name, type});
+      }
     } else if (replaced || type != DT_UNKNOWN) {
       // The same name again: a file renamed over it is looked at anew.
-      hit->second.type = type;
+      hit->type = type;
     }
     return true;
   }
-  if (hit == index.by_folded.end() || hit->second.name != name) return !index.ambiguous;
+  if (hit == index.by_folded.end() || hit->name != name) return !index.ambiguous;
   index.by_folded.erase(hit);
   return !index.ambiguous;
 }
@@ -338,12 +356,12 @@ std::optional<std::optional<std::string>> WatchedAnswer(const std::string& folde
     }
     index.stale = false;
   }
-  auto hit = index.by_folded.find(Folded(name));
+  auto hit = index.by_folded.find(FolderIndex::Entry{name});
   if (hit == index.by_folded.end()) return std::optional<std::string>();
-  std::string full = Join(folder, hit->second.name);
+  std::string full = Join(folder, hit->name);
   // A file's type never changes under its name: a file told by its type needs no look. A
   // folder is looked at, for the stamp that an index of its own may need.
-  const unsigned char type = hit->second.type;
+  const unsigned char type = hit->type;
   // A folder with a watched index of its own needs no stamp either.
   const bool watched_folder = type == DT_DIR && [&] {
     auto own = Indexes().find(full);
@@ -355,7 +373,7 @@ std::optional<std::optional<std::string>> WatchedAnswer(const std::string& folde
     return std::optional<std::string>(std::move(full));
   }
   const int r = EntryStat(full, st);
-  if (r == 0) hit->second.type = IFTODT(st->st_mode);
+  if (r == 0) hit->type = IFTODT(st->st_mode);
   if (r == 0) return std::optional<std::string>(std::move(full));
   // Gone since the reports were read: its removal is on its way.
   if (err && SearchFailed(r)) *err = -r;
@@ -401,12 +419,11 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
     it = indexes.insert_or_assign(folder, std::move(index)).first;
     fresh = true;
   }
-  const std::string folded = Folded(name);
   for (;;) {
     FolderIndex& index = it->second;
-    auto hit = index.by_folded.find(folded);
+    auto hit = index.by_folded.find(FolderIndex::Entry{name});
     if (hit != index.by_folded.end()) {
-      std::string full = Join(folder, hit->second.name);
+      std::string full = Join(folder, hit->name);
       int r = EntryStat(full, st);
       if (r == 0) return full;
       if (err && SearchFailed(r)) {
@@ -653,7 +670,7 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
     Drain();
     auto it = Indexes().find(*actual);
     if (it != Indexes().end() && it->second.wd >= 0 && !it->second.stale && !it->second.ambiguous) {
-      for (auto& [folded, entry] : it->second.by_folded) {
+      for (const FolderIndex::Entry& entry : it->second.by_folded) {
         if (IsHiddenName(entry.name) || !MatchesPattern(entry.name, pattern)) continue;
         if (entry.type == DT_UNKNOWN) {
           struct stat st;
