@@ -76,8 +76,8 @@ class Context {
   void Seed(uint64_t seed) { rng_.seed(seed); }
   // The one message component of the process, created on first use.
   MessageComponent& component();
-  // The sorted listing of IN/'s "*.EML" files, kept current as the folder changes; created on
-  // first use.
+  // The changes of IN/'s "*.EML" files, for the window's input listing File1; created on first
+  // use.
   FolderListing& input_listing();
 
   std::string root;  // with trailing "/"
@@ -93,8 +93,10 @@ class Context {
   std::function<void(const std::string& line)> journal;
   int64_t give_ups = 0;  // file primitives that gave up so far
   DeliveryMemory delivery;
-  // The version of the window's input listing File1 when it last matched input_listing().
+  // The version of the window's input listing File1 when it was last brought up to date with
+  // IN/, and how many refreshes found IN/ changed (equal counts, equal listings).
   uint64_t input_listing_version = ~uint64_t{0};
+  uint64_t input_listing_changes = 0;
 
  private:
   std::mt19937_64 rng_{0};

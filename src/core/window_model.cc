@@ -30,22 +30,25 @@ void ListModel::Set(size_t i, std::string line) {
   ++version_;
 }
 
-void ListModel::InsertSorted(std::string line, bool (*less)(std::string_view, std::string_view)) {
+bool ListModel::InsertSorted(std::string line, bool (*less)(std::string_view, std::string_view)) {
   const auto at = std::lower_bound(
       items_.begin(), items_.end(), line,
       [less](const std::string& item, const std::string& value) { return less(item, value); });
+  if (at != items_.end() && *at == line) return false;
   items_.insert(at, std::move(line));
   ++version_;
+  return true;
 }
 
-void ListModel::RemoveSorted(const std::string& line,
+bool ListModel::RemoveSorted(const std::string& line,
                              bool (*less)(std::string_view, std::string_view)) {
   const auto at = std::lower_bound(
       items_.begin(), items_.end(), line,
       [less](const std::string& item, const std::string& value) { return less(item, value); });
-  if (at == items_.end() || *at != line) return;
+  if (at == items_.end() || *at != line) return false;
   items_.erase(at);
   ++version_;
+  return true;
 }
 
 void WindowModel::ResetToday() {

@@ -52,9 +52,10 @@ class ListModel {
   const std::string& At(size_t i) const;
   void Set(size_t i, std::string line);
   const std::deque<std::string>& items() const { return items_; }
-  // For a list kept in an order `less`: puts a line in its place, or takes it out.
-  void InsertSorted(std::string line, bool (*less)(std::string_view, std::string_view));
-  void RemoveSorted(const std::string& line, bool (*less)(std::string_view, std::string_view));
+  // For a list kept in an order `less`: puts a line in its place unless it is there, or takes
+  // it out; true when the list changed.
+  bool InsertSorted(std::string line, bool (*less)(std::string_view, std::string_view));
+  bool RemoveSorted(const std::string& line, bool (*less)(std::string_view, std::string_view));
   // Changes with every change of the lines: equal versions, equal lines.
   uint64_t version() const { return version_; }
 

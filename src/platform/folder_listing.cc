@@ -31,14 +31,6 @@ FolderListing::~FolderListing() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-bool FolderListing::Before::operator()(const std::string& a, const std::string& b) const {
-  return ListedBefore(a, b);
-}
-
-std::vector<std::string> FolderListing::Names() const {
-  return std::vector<std::string>(names_.begin(), names_.end());
-}
-
 void FolderListing::StartWatch() {
   if (fd_ < 0) fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (fd_ < 0) return;
@@ -55,16 +47,12 @@ void FolderListing::StopWatch() {
   wd_ = -1;
 }
 
-bool FolderListing::Scan(Changes* changes) {
-  // Watched before the scan: a name that changes during the scan is reported afterwards and
-  // looked at again, so the listing never keeps what the scan saw half-way.
+bool FolderListing::Rescan(Changes* changes) {
+  *changes = Changes{};
+  // Watched before the listing: a name that changes meanwhile is reported afterwards and
+  // looked at again, so nothing the listing saw half-way is kept.
   if (wd_ < 0) StartWatch();
-  std::vector<std::string> listed;
-  const bool ok = ListFilesOrFail(folder_, pattern_, &listed);
-  std::set<std::string, Before> names;
-  for (std::string& name : listed) names.insert(names.end(), std::move(name));
-  if (names != names_) ++changes_;
-  names_.swap(names);
+  const bool ok = ListFilesOrFail(folder_, pattern_, &changes->names);
   changes->whole = true;
   scanned_ = ok;
   return ok;
@@ -106,35 +94,27 @@ bool FolderListing::ReadEvents(std::vector<std::pair<std::string, bool>>* touche
 }
 
 bool FolderListing::Refresh(Changes* changes) {
+  if (!scanned_ || wd_ < 0) return Rescan(changes);
   *changes = Changes{};
-  if (!scanned_ || wd_ < 0) return Scan(changes);
-  std::vector<std::pair<std::string, bool>> touched;
-  if (!ReadEvents(&touched)) {
+  if (!ReadEvents(&changes->touched)) {
     StopWatch();
-    return Scan(changes);
+    return Rescan(changes);
   }
-  const uint64_t before = changes->added.size() + changes->removed.size();
-  for (auto& [name, gone] : touched) {
-    bool present = false;
-    if (!gone) {
-      // As a scan would see it: a regular file, never a symlink.
-      struct stat st;
-      const std::string path = watched_ + "/" + name;
-      if (::fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
-        present = S_ISREG(st.st_mode);
-      } else if (errno != ENOENT) {
-        // Not known either way: the next refresh scans the whole folder.
-        scanned_ = false;
-        return Scan(changes);
-      }
-    }
-    if (present) {
-      if (names_.insert(name).second) changes->added.push_back(std::move(name));
-    } else if (names_.erase(name) != 0) {
-      changes->removed.push_back(std::move(name));
+  for (auto& [name, listed] : changes->touched) {
+    // The report says gone, or may be there: then the entry tells, as a listing would see it
+    // (a regular file, never a symlink).
+    const bool gone = listed;
+    listed = false;
+    if (gone) continue;
+    struct stat st;
+    const std::string path = watched_ + "/" + name;
+    if (::fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      listed = S_ISREG(st.st_mode);
+    } else if (errno != ENOENT) {
+      // Not known either way: the whole folder is listed instead.
+      return Rescan(changes);
     }
   }
-  if (changes->added.size() + changes->removed.size() != before) ++changes_;
   return true;
 }
 

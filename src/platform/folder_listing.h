@@ -1,12 +1,10 @@
 #pragma once
-// The sorted listing of one folder's ordinary files that match a pattern ("*.EML" in IN/), kept
-// current at the cost of what changed rather than of the folder's size: the kernel reports
-// every name that appears in or vanishes from the folder (inotify), and only those names are
-// looked at again. Without such reports (no inotify, a watch refused, events lost) every
-// refresh scans the whole folder, as a plain listing would.
+// The changes of one folder's ordinary files that match a pattern ("*.EML" in IN/), told at the
+// cost of what changed rather than of the folder's size: the kernel reports every name that
+// appears in or vanishes from the folder (inotify), and only those names are looked at again.
+// Without such reports (no inotify, a watch refused, reports lost) a refresh lists the whole
+// folder, as a plain listing would. The listing itself is kept by the caller.
 
-#include <cstdint>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,46 +18,36 @@ class FolderListing {
   FolderListing(const FolderListing&) = delete;
   FolderListing& operator=(const FolderListing&) = delete;
 
-  // What a refresh changed: either the whole listing is new (`whole`), or some names were
-  // added and some removed.
+  // What a refresh found: either the whole listing (`whole`: every name, sorted by name), or
+  // the names that changed since the previous refresh, each with whether it is listed now.
   struct Changes {
     bool whole = false;
-    std::vector<std::string> added;
-    std::vector<std::string> removed;
+    std::vector<std::string> names;
+    std::vector<std::pair<std::string, bool>> touched;
   };
 
-  // Brings the listing up to date with the folder. Returns false when the folder could not
-  // be listed: the listing is then empty (a whole change) and the next refresh scans again.
+  // The changes since the previous refresh. False when the folder could not be listed: the
+  // whole listing is then empty, and the next refresh lists again.
   bool Refresh(Changes* changes);
-  // The names in the order of "sorted by name" (NameLess, names equal but for case by bytes).
-  std::vector<std::string> Names() const;
-  size_t size() const { return names_.size(); }
-  // Whether the kernel's reports keep the listing current (false: every refresh scans).
+  // The whole listing, listed afresh.
+  bool Rescan(Changes* changes);
+  // Whether the kernel's reports keep the changes (false: every refresh lists the folder).
   bool watched() const { return wd_ >= 0; }
-  // How many times a refresh found the listing changed: equal counts, equal listings.
-  uint64_t changes() const { return changes_; }
 
  private:
-  struct Before {
-    bool operator()(const std::string& a, const std::string& b) const;
-  };
-
-  bool Scan(Changes* changes);
   void StartWatch();
   void StopWatch();
   // Reads the pending reports: each name reported once, with whether its last report says it
   // is gone. False when they cannot be trusted (reports lost, the folder itself removed or
-  // moved): the caller scans instead.
+  // moved): the caller lists the folder instead.
   bool ReadEvents(std::vector<std::pair<std::string, bool>>* touched);
 
   std::string folder_;
   std::string pattern_;
   std::string watched_;  // the folder's actual path, as watched
-  std::set<std::string, Before> names_;
-  int fd_ = -1;  // the inotify instance
-  int wd_ = -1;  // its watch on the folder
+  int fd_ = -1;          // the inotify instance
+  int wd_ = -1;          // its watch on the folder
   bool scanned_ = false;
-  uint64_t changes_ = 0;
 };
 
 }  // namespace quellor

@@ -155,22 +155,24 @@ bool ReadStamp(const std::string& folder, struct timespec* stamp) {
 
 // Refills an index from a scan of its folder; `stamp` was read before the scan, so a change
 // during the scan leaves the index older than the folder and the next lookup scans again.
-void Rebuild(FolderIndex& index, const struct timespec& stamp,
-             const std::vector<std::string>& names, const std::vector<unsigned char>& types) {
+void Rebuild(FolderIndex& index, const struct timespec& stamp, std::vector<std::string> names,
+             const std::vector<unsigned char>& types) {
   index.by_folded.clear();
   index.by_folded.reserve(names.size());
   index.ambiguous = false;
   for (size_t i = 0; i < names.size(); ++i) {
-    const std::string& n = names[i];
     const unsigned char type = i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN);
-    auto [it, inserted] = index.by_folded.insert(FolderIndex::Entry{n, type});
-    if (!inserted) {
-      index.ambiguous = true;
-      // Of names that differ only in case the lowest wins, whatever order the scan gave.
-      if (n < it->name) {
-        index.by_folded.erase(it);
-        index.by_folded.insert(FolderIndex::Entry{n, type});
-      }
+    FolderIndex::Entry entry{std::move(names[i]), type};
+    auto it = index.by_folded.find(entry);
+    if (it == index.by_folded.end()) {
+      index.by_folded.insert(std::move(entry));
+      continue;
+    }
+    index.ambiguous = true;
+    // Of names that differ only in case the lowest wins, whatever order the scan gave.
+    if (entry.name < it->name) {
+      index.by_folded.erase(it);
+      index.by_folded.insert(std::move(entry));
     }
   }
   index.stamp = stamp;
@@ -186,7 +188,7 @@ int Scan(const std::string& folder, FolderIndex& index) {
   std::vector<std::string> names;
   std::vector<unsigned char> types;
   if (int r = Fs().List(folder, &names, &types); r != 0) return -r;
-  Rebuild(index, stamp, names, types);
+  Rebuild(index, stamp, std::move(names), types);
   return 0;
 }
 
@@ -661,8 +663,9 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
   result.clear();
   auto actual = ResolveExisting(folder);
   if (!actual) return false;
-  // (folded name, name): compared as bytes, the folded part gives the order of NameLess.
-  std::vector<std::pair<std::string, std::string>> keyed;
+  const auto by_name = [](const std::string& a, const std::string& b) {
+    return ListedBefore(a, b);
+  };
   {
     // A watched index holds the folder's names as they are: no scan. (Names that differ only
     // in case share one entry, so such a folder is scanned.)
@@ -677,11 +680,9 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
           if (Fs().Lstat(Join(*actual, entry.name), &st) == 0) entry.type = IFTODT(st.st_mode);
         }
         // A symlink is never listed, whatever it points at.
-        if (entry.type == DT_REG) keyed.emplace_back(AsciiFolded(entry.name), entry.name);
+        if (entry.type == DT_REG) result.push_back(entry.name);
       }
-      std::sort(keyed.begin(), keyed.end());
-      result.reserve(keyed.size());
-      for (auto& e : keyed) result.push_back(std::move(e.second));
+      std::sort(result.begin(), result.end(), by_name);
       return true;
     }
   }
@@ -704,7 +705,6 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
       }
     }
   }
-  keyed.reserve(names.size());
   for (size_t i = 0; i < names.size(); ++i) {
     const std::string& n = names[i];
     if (IsHiddenName(n) || !MatchesPattern(n, pattern)) continue;
@@ -714,13 +714,11 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
       struct stat st;
       regular = Fs().Lstat(Join(*actual, n), &st) == 0 && S_ISREG(st.st_mode);
     }
-    if (regular) keyed.emplace_back(AsciiFolded(n), std::move(names[i]));
+    if (regular) result.push_back(std::move(names[i]));
   }
-  // The order of NameLess on keys folded once instead of at every comparison; names equal but
-  // for case keep one order (their bytes) whatever the scan gave.
-  std::sort(keyed.begin(), keyed.end());
-  result.reserve(keyed.size());
-  for (auto& entry : keyed) result.push_back(std::move(entry.second));
+  // The order of NameLess; names equal but for case keep one order (their bytes) whatever the
+  // scan gave.
+  std::sort(result.begin(), result.end(), by_name);
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include "spool/input_pair.h"
 
+#include <algorithm>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -123,17 +124,26 @@ void SettleInputPair(PassRun& p, bool complete) {
 
 bool RefreshInputListing(Context& ctx) {
   FolderListing& listing = ctx.input_listing();
-  FolderListing::Changes changes;
-  const bool listed = listing.Refresh(&changes);
   ListModel& files = ctx.window.File1;
-  if (changes.whole || files.version() != ctx.input_listing_version) {
-    // A new listing, or File1 changed by someone else since it last matched: copied whole.
-    files.Clear();
-    for (std::string& name : listing.Names()) files.Add(std::move(name));
+  FolderListing::Changes changes;
+  // File1 changed by someone else since it was last brought up to date: listed afresh.
+  const bool listed = files.version() == ctx.input_listing_version ? listing.Refresh(&changes)
+                                                                   : listing.Rescan(&changes);
+  bool changed = false;
+  if (changes.whole) {
+    changed = !std::equal(files.items().begin(), files.items().end(), changes.names.begin(),
+                          changes.names.end());
+    if (changed || files.version() != ctx.input_listing_version) {
+      files.Clear();
+      for (std::string& name : changes.names) files.Add(std::move(name));
+    }
   } else {
-    for (const std::string& name : changes.removed) files.RemoveSorted(name, ListedBefore);
-    for (std::string& name : changes.added) files.InsertSorted(std::move(name), ListedBefore);
+    for (auto& [name, present] : changes.touched) {
+      changed |= present ? files.InsertSorted(std::move(name), ListedBefore)
+                         : files.RemoveSorted(name, ListedBefore);
+    }
   }
+  if (changed) ++ctx.input_listing_changes;
   ctx.input_listing_version = files.version();
   return listed;
 }
@@ -150,8 +160,11 @@ bool SkipPassedOver(Context& ctx) {
     if (!memory.passed_over.count(UCase(name))) kept.push_back(name);
   }
   if (kept.size() != files.size()) {
+    // Still the input listing, less the names passed over: later changes of IN/ apply to it.
+    const bool current = files.version() == ctx.input_listing_version;
     files.Clear();
     for (std::string& name : kept) files.Add(std::move(name));
+    if (current) ctx.input_listing_version = files.version();
   }
   if (files.size() > 0) return true;
   ctx.window.total.Set("0");

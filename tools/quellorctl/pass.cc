@@ -10,7 +10,6 @@
 #include "commands.h"
 #include "core/context.h"
 #include "platform/clock.h"
-#include "platform/folder_listing.h"
 #include "platform/names.h"
 #include "service/scheduler.h"
 #include "service/startup.h"
@@ -21,12 +20,12 @@ namespace quellor::ctl {
 
 namespace {
 
-// The number of message files waiting in IN/, with the input listing brought up to date; none
-// when the folder cannot be listed.
+// The number of message files waiting in IN/ (those the passes skip included), with the input
+// listing brought up to date; none when the folder cannot be listed.
 size_t InputQueue(Context& ctx) {
   try {
     RefreshInputListing(ctx);
-    return ctx.input_listing().size();
+    return ctx.window.File1.size() + ctx.delivery.passed_over.size();
   } catch (const std::exception&) {
     return 0;
   }
@@ -76,10 +75,10 @@ int RunPass(const std::vector<std::string>& args) {
     // The listing's change count tells whether a tick changed the queue at all, without
     // comparing every name of a long queue after every tick.
     while (InputQueue(ctx) > 0) {
-      const uint64_t before = ctx.input_listing().changes();
+      const uint64_t before = ctx.input_listing_changes;
       scheduler.Timer1_Timer();
       const size_t left = InputQueue(ctx);
-      if (ctx.input_listing().changes() == before) {
+      if (ctx.input_listing_changes == before) {
         std::cerr << "quellorctl pass: " << left
                   << " message(s) stay in IN/: a pass could not take them out (see "
                   << ctx.Path("LOG/system.log") << ")\n";
