@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <unordered_map>
 #include <unordered_set>
@@ -22,6 +24,99 @@ namespace quellor {
 
 namespace {
 
+// The names of one folder, found without regard to case, each with its type. The bytes of all
+// names share one pool, so that a folder of a few hundred thousand names costs little memory.
+class NameSet {
+ public:
+  struct Slot {
+    mutable uint32_t offset;
+    uint16_t length;
+    mutable unsigned char type;
+  };
+
+  NameSet()
+      : state_(std::make_unique<State>()), set_(16, Hash{state_.get()}, Equal{state_.get()}) {}
+
+  const Slot* Find(std::string_view name) const {
+    state_->probe = name;
+    auto it = set_.find(Slot{kProbe, static_cast<uint16_t>(name.size()), 0});
+    return it == set_.end() ? nullptr : &*it;
+  }
+  std::string_view NameOf(const Slot& slot) const { return state_->View(slot); }
+  // Adds a name that Find does not find.
+  void Insert(std::string_view name, unsigned char type) {
+    const Slot slot{static_cast<uint32_t>(state_->pool.size()), static_cast<uint16_t>(name.size()),
+                    type};
+    state_->pool.append(name);
+    set_.insert(slot);
+  }
+  void Erase(const Slot* slot) {
+    state_->garbage += slot->length;
+    set_.erase(*slot);
+    if (state_->garbage > 65536 && state_->garbage * 2 > state_->pool.size()) Compact();
+  }
+  void Clear() {
+    set_.clear();
+    state_->pool.clear();
+    state_->garbage = 0;
+  }
+  void Reserve(size_t names, size_t bytes) {
+    set_.reserve(names);
+    state_->pool.reserve(bytes);
+  }
+  template <class F>
+  void ForEach(F&& f) const {
+    for (const Slot& slot : set_) f(slot);
+  }
+
+ private:
+  static constexpr uint32_t kProbe = UINT32_MAX;
+  struct State {
+    std::string pool;
+    size_t garbage = 0;
+    std::string_view probe;
+    std::string_view View(const Slot& s) const {
+      return s.offset == kProbe ? probe : std::string_view(pool).substr(s.offset, s.length);
+    }
+  };
+  struct Hash {
+    const State* state;
+    size_t operator()(const Slot& s) const {
+      uint64_t h = 1469598103934665603ull;
+      for (char c : state->View(s))
+        h = (h ^ static_cast<unsigned char>(LowerChar(c))) * 1099511628211ull;
+      return static_cast<size_t>(h);
+    }
+  };
+  struct Equal {
+    const State* state;
+    bool operator()(const Slot& a, const Slot& b) const {
+      if (a.length != b.length) return false;
+      const std::string_view x = state->View(a), y = state->View(b);
+      for (size_t i = 0; i < x.size(); ++i) {
+        if (LowerChar(x[i]) != LowerChar(y[i])) return false;
+      }
+      return true;
+    }
+  };
+  // Copies the names still in the set into a fresh pool; their order in the set is kept, since
+  // the hash reads the bytes, not where they are.
+  void Compact() {
+    std::string pool;
+    pool.reserve(state_->pool.size() - state_->garbage);
+    for (const Slot& slot : set_) {
+      const std::string_view name = state_->View(slot);
+      slot.offset = static_cast<uint32_t>(pool.size());
+      pool.append(name);
+    }
+    state_->pool.swap(pool);
+    state_->garbage = 0;
+  }
+
+  std::unique_ptr<State> state_;
+  std::unordered_set<Slot, Hash, Equal> set_;
+};
+
 // The names of one folder by their lower-cased form, valid while the folder's stamp is unchanged.
 struct FolderIndex {
   struct timespec stamp {};
@@ -30,29 +125,9 @@ struct FolderIndex {
   bool racy = false;
   // Two names differ only in case; removing one of them must not hide the other.
   bool ambiguous = false;
-  // The name as it exists, and its type as the scan or a look at the entry told it
-  // (DT_UNKNOWN until known). Entries are found by their name without regard to case.
-  struct Entry {
-    std::string name;
-    mutable unsigned char type = DT_UNKNOWN;
-  };
-  struct FoldedHash {
-    size_t operator()(const Entry& e) const {
-      uint64_t h = 1469598103934665603ull;
-      for (char c : e.name) h = (h ^ static_cast<unsigned char>(LowerChar(c))) * 1099511628211ull;
-      return static_cast<size_t>(h);
-    }
-  };
-  struct FoldedEqual {
-    bool operator()(const Entry& a, const Entry& b) const {
-      if (a.name.size() != b.name.size()) return false;
-      for (size_t i = 0; i < a.name.size(); ++i) {
-        if (LowerChar(a.name[i]) != LowerChar(b.name[i])) return false;
-      }
-      return true;
-    }
-  };
-  std::unordered_set<Entry, FoldedHash, FoldedEqual> by_folded;
+  // The names as they exist, each with its type as the scan or a look at the entry told it
+  // (DT_UNKNOWN until known), found without regard to case.
+  NameSet by_folded;
   // Watched: the kernel reports every name that appears or vanishes (and the folder's own
   // removal or move), so the index is current without a look at the folder's stamp.
   int wd = -1;
@@ -155,24 +230,27 @@ bool ReadStamp(const std::string& folder, struct timespec* stamp) {
 
 // Refills an index from a scan of its folder; `stamp` was read before the scan, so a change
 // during the scan leaves the index older than the folder and the next lookup scans again.
-void Rebuild(FolderIndex& index, const struct timespec& stamp, std::vector<std::string> names,
+// `names` is emptied name by name as it goes, so that a large folder is never held twice.
+void Rebuild(FolderIndex& index, const struct timespec& stamp, std::vector<std::string>& names,
              const std::vector<unsigned char>& types) {
-  index.by_folded.clear();
-  index.by_folded.reserve(names.size());
+  size_t bytes = 0;
+  for (const std::string& name : names) bytes += name.size();
+  index.by_folded.Clear();
+  index.by_folded.Reserve(names.size(), bytes);
   index.ambiguous = false;
   for (size_t i = 0; i < names.size(); ++i) {
     const unsigned char type = i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN);
-    FolderIndex::Entry entry{std::move(names[i]), type};
-    auto it = index.by_folded.find(entry);
-    if (it == index.by_folded.end()) {
-      index.by_folded.insert(std::move(entry));
+    const std::string name = std::move(names[i]);
+    const NameSet::Slot* hit = index.by_folded.Find(name);
+    if (!hit) {
+      index.by_folded.Insert(name, type);
       continue;
     }
     index.ambiguous = true;
     // Of names that differ only in case the lowest wins, whatever order the scan gave.
-    if (entry.name < it->name) {
-      index.by_folded.erase(it);
-      index.by_folded.insert(std::move(entry));
+    if (name < index.by_folded.NameOf(*hit)) {
+      index.by_folded.Erase(hit);
+      index.by_folded.Insert(name, type);
     }
   }
   index.stamp = stamp;
@@ -188,7 +266,7 @@ int Scan(const std::string& folder, FolderIndex& index) {
   std::vector<std::string> names;
   std::vector<unsigned char> types;
   if (int r = Fs().List(folder, &names, &types); r != 0) return -r;
-  Rebuild(index, stamp, std::move(names), types);
+  Rebuild(index, stamp, names, types);
   return 0;
 }
 
@@ -208,15 +286,15 @@ bool SearchFailed(int r) {
 // tell (a name removed while another that differs only in case may remain).
 bool ApplyName(FolderIndex& index, const std::string& name, bool created,
                unsigned char type = DT_UNKNOWN, bool replaced = false) {
-  auto hit = index.by_folded.find(FolderIndex::Entry{name});
+  const NameSet::Slot* hit = index.by_folded.Find(name);
   if (created) {
-    if (hit == index.by_folded.end()) {
-      index.by_folded.insert(FolderIndex::Entry{name, type});
-    } else if (hit->name != name) {
+    if (!hit) {
+      index.by_folded.Insert(name, type);
+    } else if (index.by_folded.NameOf(*hit) != name) {
       index.ambiguous = true;
-      if (name < hit->name) {
-        index.by_folded.erase(hit);
-        index.by_folded.insert(FolderIndex::Entry{name, type});
+      if (name < index.by_folded.NameOf(*hit)) {
+        index.by_folded.Erase(hit);
+        index.by_folded.Insert(name, type);
       }
     } else if (replaced || type != DT_UNKNOWN) {
       // The same name again: a file renamed over it is looked at anew.
@@ -224,8 +302,8 @@ bool ApplyName(FolderIndex& index, const std::string& name, bool created,
     }
     return true;
   }
-  if (hit == index.by_folded.end() || hit->name != name) return !index.ambiguous;
-  index.by_folded.erase(hit);
+  if (!hit || index.by_folded.NameOf(*hit) != name) return !index.ambiguous;
+  index.by_folded.Erase(hit);
   return !index.ambiguous;
 }
 
@@ -358,9 +436,9 @@ std::optional<std::optional<std::string>> WatchedAnswer(const std::string& folde
     }
     index.stale = false;
   }
-  auto hit = index.by_folded.find(FolderIndex::Entry{name});
-  if (hit == index.by_folded.end()) return std::optional<std::string>();
-  std::string full = Join(folder, hit->name);
+  const NameSet::Slot* hit = index.by_folded.Find(name);
+  if (!hit) return std::optional<std::string>();
+  std::string full = Join(folder, std::string(index.by_folded.NameOf(*hit)));
   // A file's type never changes under its name: a file told by its type needs no look. A
   // folder is looked at, for the stamp that an index of its own may need.
   const unsigned char type = hit->type;
@@ -423,9 +501,9 @@ std::optional<std::string> LookUp(const std::string& folder, const struct timesp
   }
   for (;;) {
     FolderIndex& index = it->second;
-    auto hit = index.by_folded.find(FolderIndex::Entry{name});
-    if (hit != index.by_folded.end()) {
-      std::string full = Join(folder, hit->name);
+    const NameSet::Slot* hit = index.by_folded.Find(name);
+    if (hit) {
+      std::string full = Join(folder, std::string(index.by_folded.NameOf(*hit)));
       int r = EntryStat(full, st);
       if (r == 0) return full;
       if (err && SearchFailed(r)) {
@@ -671,17 +749,23 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
     // in case share one entry, so such a folder is scanned.)
     std::lock_guard lock(IndexMutex());
     Drain();
+    // A folder below the root is watched from its first listing on, like from a lookup.
+    if (Watchable(*actual)) EnsureWatched(*actual);
     auto it = Indexes().find(*actual);
     if (it != Indexes().end() && it->second.wd >= 0 && !it->second.stale && !it->second.ambiguous) {
-      for (const FolderIndex::Entry& entry : it->second.by_folded) {
-        if (IsHiddenName(entry.name) || !MatchesPattern(entry.name, pattern)) continue;
-        if (entry.type == DT_UNKNOWN) {
+      const NameSet& names = it->second.by_folded;
+      names.ForEach([&](const NameSet::Slot& slot) {
+        const std::string_view name = names.NameOf(slot);
+        if (IsHiddenName(name) || !MatchesPattern(name, pattern)) return;
+        if (slot.type == DT_UNKNOWN) {
           struct stat st;
-          if (Fs().Lstat(Join(*actual, entry.name), &st) == 0) entry.type = IFTODT(st.st_mode);
+          if (Fs().Lstat(Join(*actual, std::string(name)), &st) == 0) {
+            slot.type = IFTODT(st.st_mode);
+          }
         }
         // A symlink is never listed, whatever it points at.
-        if (entry.type == DT_REG) result.push_back(entry.name);
-      }
+        if (slot.type == DT_REG) result.emplace_back(name);
+      });
       std::sort(result.begin(), result.end(), by_name);
       return true;
     }
@@ -700,7 +784,8 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
     if (it != Indexes().end()) {
       FolderIndex& index = it->second;
       if (index.wd >= 0 ? index.stale : index.racy || !SameStamp(index.stamp, stamp)) {
-        Rebuild(index, stamp, names, types);
+        std::vector<std::string> copy = names;
+        Rebuild(index, stamp, copy, types);
         index.stale = false;
       }
     }
