@@ -117,7 +117,8 @@ class NameSet {
   std::unordered_set<Slot, Hash, Equal> set_;
 };
 
-// The names of one folder by their lower-cased form, valid while the folder's stamp is unchanged.
+// The names of one folder, valid while the kernel reports the folder's changes (`wd`) or, for
+// a folder not watched, while the folder's stamp is unchanged.
 struct FolderIndex {
   struct timespec stamp {};
   // The scan happened so soon after the folder's last change that a further change within the

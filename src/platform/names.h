@@ -1,7 +1,10 @@
 #pragma once
 // File names that behave as on the original file system: existing names are found whatever
 // the letter case asked for; new names are created exactly as asked. Every folder has an index
-// of its names, so a lookup in a folder of 50,000 files costs no directory scan.
+// of its names, so a lookup in a folder of 50,000 files costs no directory scan. Below the
+// installation root the kernel reports every change of an indexed folder (inotify), so its
+// index is current without a look at the folder; elsewhere, or without such reports, the
+// folder's modification stamp says when the index must be scanned again.
 
 #include <time.h>
 
