@@ -10,18 +10,15 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <optional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/fs.h"
 #include "platform/names.h"
-#include "spool/pass.h"
 #include "spool/queued_tokens.h"
+#include "support/passes.h"
 #include "support/temp_tree.h"
 
 namespace quellor::testing {
@@ -29,15 +26,9 @@ namespace {
 
 constexpr int kMessages = 200;
 
-// A killed process loses nothing of what it wrote (the kernel keeps it), so the child skips the
-// flushes to the disk: what is tested is the order in which files are written and removed.
-class NoSyncFileSystem : public FileSystem {
- public:
-  int Fsync(int) override { return 0; }
-  int SyncDir(const std::string&) override { return 0; }
-};
-
-// The child: passes like the scheduler's ticks until the queue is empty.
+// The child: passes like the scheduler's ticks until the queue is empty. A killed process loses
+// nothing of what it wrote (the kernel keeps it), so the child skips the flushes to the disk:
+// what is tested is the order in which files are written and removed.
 [[noreturn]] void RunPasses(const std::string& root) {
   NoSyncFileSystem no_sync;
   SetFileSystem(&no_sync);
@@ -45,15 +36,9 @@ class NoSyncFileSystem : public FileSystem {
   RecordingSleeper sleeper;
   Context ctx(root, clock, sleeper);
   ctx.pause_ms = 0;
-  ForgetNameIndexes();
-  for (;;) {
-    WindowModel& w = ctx.window;
-    w.File1.Clear();
-    for (const auto& name : ListFiles(ctx.Path("IN"), "*.EML")) w.File1.Add(name);
-    if (w.File1.size() == 0) break;
-    w.total.Set(std::to_string(w.File1.size()));
-    quellor(ctx);
-  }
+  do {
+    TimerPass(ctx);
+  } while (ctx.window.File1.size() > 0);
   _exit(0);
 }
 
