@@ -8,9 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -42,31 +40,12 @@ constexpr int kMessages = 200;
   _exit(0);
 }
 
-// Puts the temporary trees into memory where it can (a killed process loses nothing the
-// kernel has, so the file system makes no difference here, only the test's speed).
-class InMemoryTrees {
- public:
-  InMemoryTrees() {
-    if (const char* old = std::getenv("TMPDIR")) saved_ = old;
-    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
-  }
-  ~InMemoryTrees() {
-    if (saved_) {
-      setenv("TMPDIR", saved_->c_str(), 1);
-    } else {
-      unsetenv("TMPDIR");
-    }
-  }
-
- private:
-  std::optional<std::string> saved_;
-};
-
 TEST(PassCrashTest, KilledPassesNeverLoseAMessage) {
-  InMemoryTrees in_memory;
   for (const unsigned seed : {7u, 1234u, 99991u}) {
     SCOPED_TRACE(seed);
-    TempTree tree;
+    // In memory: a killed process loses nothing the kernel has, so the file system makes no
+    // difference here, only the test's speed.
+    TempTree tree(/*in_memory=*/true);
     const std::vector<Queued> queue = FillQueue(tree, kMessages);
     std::mt19937 rng(seed);
     const auto run = [&](bool kill_it) {

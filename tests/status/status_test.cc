@@ -346,24 +346,30 @@ TEST_F(WindowPageTest, RequestsNeedTokenOriginAndHost) {
 TEST(StatusReply, ReplyThenCountersThenListsInOrder) {
   WindowModel w;
   w.starttime = "16 Nov 2026 08:05:09";
-  w.Forward.Set("132");
-  w.Ignore.Set("57");
-  w.Validations.Set("9");
-  w.purged.Set("3");
-  w.todayignore.Set("4");
-  w.todayvalidations.Set("1");
-  w.invalid.Set("2");
-  w.todayinvalid.Set("1");
-  w.total.Set("2");
-  w.kelpo.Set("5");
-  w.domainlist.Add("x.org:12");
-  w.domainlist.Add("y.org: 0");
-  w.outlist.Add("x.org:3");
-  w.List1.Add("postmaster@x.org");
-  w.List2.Add("e1");
-  w.List2.Add("e2");
-  w.List3.Add("w1");
-  w.purgedlist.Add("p1");
+  for (const auto& [counter, value] :
+       std::vector<std::pair<Counter*, const char*>>{{&w.Forward, "132"},
+                                                     {&w.Ignore, "57"},
+                                                     {&w.Validations, "9"},
+                                                     {&w.purged, "3"},
+                                                     {&w.todayignore, "4"},
+                                                     {&w.todayvalidations, "1"},
+                                                     {&w.invalid, "2"},
+                                                     {&w.todayinvalid, "1"},
+                                                     {&w.total, "2"},
+                                                     {&w.kelpo, "5"}}) {
+    counter->Set(value);
+  }
+  for (const auto& [list, item] :
+       std::vector<std::pair<ListModel*, const char*>>{{&w.domainlist, "x.org:12"},
+                                                       {&w.domainlist, "y.org: 0"},
+                                                       {&w.outlist, "x.org:3"},
+                                                       {&w.List1, "postmaster@x.org"},
+                                                       {&w.List2, "e1"},
+                                                       {&w.List2, "e2"},
+                                                       {&w.List3, "w1"},
+                                                       {&w.purgedlist, "p1"}}) {
+    list->Add(item);
+  }
   const std::string dump = BuildStateDump(w);
   testing::CheckGolden("status/state_dump.txt", dump);
   EXPECT_EQ(BuildStatusReply(w), dump.substr(0, dump.find("INVALID=")));
