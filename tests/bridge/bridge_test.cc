@@ -11,6 +11,7 @@
 #include "bridge/units.h"
 #include "platform/fs.h"
 #include "support/process.h"
+#include "support/scenario.h"
 #include "support/table.h"
 #include "support/temp_tree.h"
 
@@ -101,64 +102,36 @@ class FakePostfix : public Submitter {
   Strings taken;
 };
 
-class DreggerTest : public ::testing::Test {
- protected:
+// The delivery service over the golden cases of tests/data/dregger: each `<case>.in` fills the
+// spool and runs rounds, `<case>.ref` holds the files changed, what Postfix took and the log.
+// Directives: "@run <now>" (one round at that time, then the seconds to the next retry),
+// "@refuse on|off" (Postfix refuses every submission, or takes them again).
+class DreggerScenario : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(DreggerScenario, MatchesReference) {
+  const std::string base = QUELLOR_SOURCE_DIR "/tests/data/dregger/" + GetParam();
   TempTree tree;
   FakePostfix postfix;
-  Strings log;
-  Dregger dregger{{tree.root(), "MAILER-DAEMON@mx.example", "mx.example"},
-                  postfix,
-                  [this](const std::string& line) { log.push_back(line); }};
-};
-
-TEST_F(DreggerTest, CompletePairsLeaveOldestFirstAndHalvesWait) {
-  tree.Write("LOCAL/2.WAI", "a@x\r\nu@l\r\n");
-  tree.Write("LOCAL/2.EML", "Return-Path: <a@x>\r\nSubject: two\r\n\r\nB\r\n");
-  tree.Write("LOCAL/1.wai", "MAILER-DAEMON@mx.example\r\nu@l\r\nHeld subject\r\n");
-  tree.Write("LOCAL/1.eml", "Subject: one\r\n\r\nFrom me\r\n");
-  tree.Write("LOCAL/3.WAI", "a@x\r\nu@l\r\n");
-  tree.Write("LOCAL/3.TMP", "being written");
-  tree.Write("LOCAL/4.EML", "no envelope yet");
-  EXPECT_EQ(dregger.RunOnce(1000), 2);
-  EXPECT_EQ(postfix.taken,
-            (Strings{" -> u@l\nSubject: one\n\nFrom me\n", "a@x -> u@l\nSubject: two\n\nB\n"}));
-  EXPECT_EQ(tree.List("LOCAL"), (Strings{"3.TMP", "3.WAI", "4.EML"}));
+  std::string out;
+  Dregger dregger{{tree.root(), kNull, "mx.example"}, postfix, [&](const std::string& line) {
+                    out += "log: " + line + "\n";
+                  }};
+  testing::Scenario scenario(tree);
+  scenario.On("refuse", [&](TempTree&, const Strings& w) { postfix.refuse = w.at(1) == "on"; });
+  scenario.On("run", [&](TempTree&, const Strings& w) {
+    const int handed = dregger.RunOnce(std::stol(w.at(1)));
+    for (const std::string& taken : postfix.taken) out += "took " + testing::Escape(taken);
+    postfix.taken.clear();
+    out += "run at " + w[1] + ": " + std::to_string(handed) + " handed over, next retry in " +
+           std::to_string(dregger.SecondsToNextRetry(std::stol(w[1]))) + "\n";
+  });
+  const std::string changes = scenario.Run(base + ".in");
+  testing::Scenario::Check(base + ".ref", changes + "@dregger\n" + out);
 }
 
-TEST_F(DreggerTest, ARefusedPairStaysAndIsTriedAgainLater) {
-  tree.Write("LOCAL/1.WAI", "a@x\r\nu@l\r\n");
-  tree.Write("LOCAL/1.EML", "Subject: one\r\n\r\n");
-  postfix.refuse = true;
-  EXPECT_EQ(dregger.RunOnce(1000), 0);
-  EXPECT_EQ(tree.List("LOCAL").size(), 2u);
-  EXPECT_EQ(log, Strings{"LOCAL/1: sendmail exited with status 75; trying again in 30 s"});
-  EXPECT_EQ(dregger.SecondsToNextRetry(1010), 20);
-  postfix.refuse = false;
-  EXPECT_EQ(dregger.RunOnce(1010), 0);  // not due yet
-  EXPECT_EQ(dregger.RunOnce(1030), 1);
-  EXPECT_TRUE(tree.List("LOCAL").empty());
-  EXPECT_EQ(dregger.SecondsToNextRetry(1030), -1);
-}
-
-TEST_F(DreggerTest, RequestsLeaveAsValidMail) {
-  tree.Write("OUT/20261116100000123.WAI", "u@l\r\na@x\r\n");
-  tree.Write("OUT/20261116100000123.EML",
-             "From: u@l\r\nTo: a@x\r\nSubject: Rq:Gr\xfc\xdf"
-             "e aus Z\xfcrich // Request-ID:2026111609000012\r\nX-Priority: 3\r\n\r\n"
-             "Body\r\n.\r\n");
-  tree.Write("OUT/20261116100000124.WAI", "u@l\r\nMAILER-DAEMON@mx.example\r\n");
-  tree.Write("OUT/20261116100000124.EML", "Subject: Rq: // Request-ID:1\r\n\r\n.\r\n");
-  EXPECT_EQ(dregger.RunOnce(1000), 2);
-  EXPECT_EQ(postfix.taken,
-            Strings{"u@l -> a@x\nFrom: u@l\nTo: a@x\n"
-                    "Subject: =?windows-1252?Q?Rq=3AGr=FC=DFe_aus_Z=FCrich?= // "
-                    "Request-ID:2026111609000012\nX-Priority: 3\n"
-                    "Message-ID: <quellor.2026111609000012.20261116100000123@mx.example>\n"
-                    "Auto-Submitted: auto-replied\n\nBody\n"});
-  EXPECT_EQ(log, Strings{"OUT/20261116100000124: request to the null sender "
-                         "(MAILER-DAEMON@mx.example) dropped"});
-  EXPECT_TRUE(tree.List("OUT").empty());
-}
+INSTANTIATE_TEST_SUITE_P(Cases, DreggerScenario,
+                         ::testing::ValuesIn(testing::Scenario::Cases("dregger")),
+                         testing::ScenarioName);
 
 TEST(OutgoingTest, LongEightBitTextIsFoldedIntoSeveralWords) {
   const std::string encoded = EncodeEightBitWords("a " + std::string(80, '\xe9') + " b");
