@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/window_model.h"
 #include "platform/clock.h"
@@ -40,6 +41,14 @@ struct Settings {
   bool DebugOn() const { return debug == "ON"; }
   bool SafeDeliveryOn() const { return safe_delivery == "ON"; }
   bool ChallengeFilterOn() const { return challenge_filter == "ON"; }
+};
+
+// The files and folders written for the input pair being handled: the pass flushes them all to
+// the disk before the pair goes, so a crash never loses a message. The retrying file primitives
+// note what they create, fill or name while a record is in force; no stage has to.
+struct WriteRecord {
+  std::vector<std::string> files;
+  std::set<std::string> folders;  // created
 };
 
 // What the pass keeps between passes while SAFE_DELIVERY is on (names upper-cased).
@@ -83,6 +92,14 @@ class Context {
   std::function<void(const std::string& line)> journal;
   int64_t give_ups = 0;  // file primitives that gave up so far
   DeliveryMemory delivery;
+  // The record in force while a pass handles input pairs (see WriteRecord); none otherwise.
+  WriteRecord* written = nullptr;
+  void NoteWritten(const std::string& path) {
+    if (written) written->files.push_back(path);
+  }
+  void NoteFolderMade(const std::string& path) {
+    if (written) written->folders.insert(path);
+  }
 
  private:
   std::mt19937_64 rng_{0};

@@ -33,7 +33,6 @@ void MoveToDefer(PassRun& p, const std::string& from, const std::string& to) {
     return;
   }
   p.Step([&] { NameFile(ctx, from, to); });
-  p.Wrote(to);
 }
 
 // Moves what exists of the input pair into DEFER/, the message file first so that the listing
@@ -42,12 +41,7 @@ void DeferPair(PassRun& p, bool has_message, bool has_envelope) {
   Context& ctx = p.ctx;
   PassState& s = p.s;
   const std::string defer = ctx.Path("DEFER");
-  p.Step([&] {
-    if (!FolderExists(defer)) {
-      MakeFolder(defer);
-      p.WroteFolder(ResolveExisting(defer).value_or(defer));
-    }
-  });
+  p.Step([&] { MakeMissingFolder(ctx, defer); });
   if (has_message) MoveToDefer(p, ctx.Path("IN/" + s.message_file), defer + "/" + s.message_file);
   if (has_envelope) {
     MoveToDefer(p, ctx.Path("IN/" + s.envelope_name), defer + "/" + s.envelope_name);

@@ -34,6 +34,9 @@ struct PassState {
 class PassRun {
  public:
   explicit PassRun(Context& ctx);
+  ~PassRun();
+  PassRun(const PassRun&) = delete;
+  PassRun& operator=(const PassRun&) = delete;
 
   // Runs one statement under the pass's error handler, which logs
   // "Quellor - quellor - errseek =<marker>" with the error and carries on. Between BeginCopy and
@@ -72,11 +75,10 @@ class PassRun {
   // the error handler it never cuts the pass short when the error log cannot be written.
   void Report(int number, const std::string& description);
 
-  // Records a file or folder written for the current input pair; before the pair is deleted
-  // everything recorded is flushed to the disk (FlushWritten), so a crash never loses a message.
-  // A flush that fails leaves the message unfinished.
-  void Wrote(const std::string& path);
-  void WroteFolder(const std::string& path);
+  // Flushes to the disk everything written for the current input pair (the retrying file
+  // primitives note it in the run's write record, see WriteRecord) and starts a new record.
+  // Called before the pair is deleted, so a crash never loses a message. A flush that fails
+  // leaves the message unfinished.
   void FlushWritten();
 
   Context& ctx;
@@ -88,8 +90,8 @@ class PassRun {
   bool copying_ = false;
   int unfinished_ = 0;
   Guard guard_;
-  std::vector<std::string> written_files_;
-  std::set<std::string> written_folders_;
+  WriteRecord written_;
+  WriteRecord* outer_record_;
 };
 
 }  // namespace quellor

@@ -45,7 +45,6 @@ void WriteLocalMessage(PassRun& p, const std::string& message, const std::string
   p.Step([&] { CopyNewFile(ctx, message, local + ".TMP"); });
   p.Step([&] { SyncFile(local + ".TMP"); });
   p.Step([&] { NameFile(ctx, local + ".TMP", local + ".EML"); });
-  p.Wrote(local + ".EML");
 }
 
 bool OpenForMarking(PassRun& p, const std::string& message) {

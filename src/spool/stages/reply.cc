@@ -108,7 +108,6 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   const std::string local_envelope = local + ".WAI";
   const std::string local_message = local + ".EML";
   p.Step([&] { CopyNewFile(ctx, envelope, local_envelope); });
-  p.Wrote(local_envelope);
   WriteLocalMessage(p, message, local);
 
   // The held pair goes only once both copies are safely on the disk: a copy that gave up must
@@ -171,7 +170,6 @@ void WhiteList(PassRun& p, const std::string& held_sender) {
     list.WriteLine(OneLine(held_sender));
   });
   p.Step([&] { list.Close(); });
-  p.Wrote(Actual(own));
 }
 
 }  // namespace

@@ -69,7 +69,6 @@ void LearnMode(PassRun& p, const std::string& users) {
       p.Step([&] { file = OpenFile(ctx, learned, "APPEND", 2); });
       p.Step([&] { file.WriteLine(OneLine(s.sender)); });
       p.Step([&] { file.Close(); });
-      p.Wrote(ResolveExisting(learned).value_or(learned));
     }
   }
   p.Mark(24);
