@@ -4,6 +4,7 @@
 // lose mail, and each such loss is named in the error log. (The designed losses themselves are
 // golden cases: tests/data/spool/safe-*.)
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -200,6 +201,51 @@ TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWi
   }
   EXPECT_GT(lost_without, 0);
   EXPECT_GT(deferred_with, 0);
+}
+
+// Everything a pass writes for a pair reaches the disk before the pair leaves IN/: each file
+// written below the root (logs aside; .TMP and .HDR files are flushed under their final names)
+// is flushed before the next removal from IN/.
+TEST(SafeDeliveryTest, EveryFileWrittenForAPairIsFlushedBeforeThePairGoes) {
+  struct Recorder : FileSystem {
+    int Open(const std::string& p, int flags, int mode) override {
+      const int fd = FileSystem::Open(p, flags, mode);
+      if (fd >= 0) paths[fd] = p;
+      if (fd >= 0 && (flags & (O_WRONLY | O_RDWR))) Written(p);
+      return fd;
+    }
+    int Rename(const std::string& f, const std::string& t) override {
+      Written(t);
+      return FileSystem::Rename(f, t);
+    }
+    int Fsync(int fd) override {
+      unflushed.erase(paths[fd]);
+      return FileSystem::Fsync(fd);
+    }
+    int Unlink(const std::string& p) override {
+      if (p.find("/IN/") != std::string::npos) {
+        for (const std::string& u : unflushed)
+          ADD_FAILURE() << u << " unflushed when " << p << " went";
+      }
+      return FileSystem::Unlink(p);
+    }
+    void Written(const std::string& p) {
+      if (p.find("/LOG/") == std::string::npos && !p.ends_with("stats.log") &&
+          !p.ends_with(".TMP") && !p.ends_with(".HDR") && p.find("/IN/") == std::string::npos)
+        unflushed.insert(p);
+    }
+    std::map<int, std::string> paths;
+    std::set<std::string> unflushed;
+  } recorder;
+  TempTree tree;
+  tree.ctx.settings.users_auto = "YES";
+  tree.WriteLines("DOMAIN.LST", {"y.org"});
+  tree.Write("SYSTEM/NEW_USER.CONF", "MODE=FORWARD\r\n");
+  FillQueue(tree, kMessages);
+  tree.ctx.pause_ms = 0;
+  ScopedFileSystem scoped(&recorder);
+  TimerPass(tree.ctx);
+  EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
 }
 
 // A child process runs passes with the switch on (and every 5th write failing) and kills itself
