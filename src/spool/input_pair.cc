@@ -18,10 +18,6 @@ namespace {
 // How long a deferred pair waits in DEFER/ before it is taken again.
 constexpr std::time_t kDeferSeconds = 60;
 
-std::string StemOf(const std::string& name) {
-  return name.size() >= 4 ? name.substr(0, name.size() - 4) : name;
-}
-
 // Moves one file of the input pair into DEFER/ unless a file of that name is there already.
 void MoveToDefer(PassRun& p, const std::string& from, const std::string& to) {
   Context& ctx = p.ctx;
@@ -47,7 +43,7 @@ void DeferPair(PassRun& p, bool has_message, bool has_envelope) {
     MoveToDefer(p, ctx.Path("IN/" + s.envelope_name), defer + "/" + s.envelope_name);
   }
   p.FlushWritten();
-  ctx.delivery.deferred[UCase(StemOf(s.message_file))] = ctx.clock.Now();
+  ctx.delivery.deferred[UCase(WithoutExtension(s.message_file))] = ctx.clock.Now();
 }
 
 // A message file still in IN/ after its pair was removed or deferred would be the head of every
@@ -78,7 +74,7 @@ void SettleInputPair(PassRun& p, bool complete) {
     // A rewrite of the message file cut short leaves it as IN/<stem>.HDR: it takes its name back
     // so that it goes wherever its envelope goes.
     p.Step([&] {
-      const std::string copy = ctx.Path("IN/" + StemOf(s.message_file) + ".HDR");
+      const std::string copy = ctx.Path("IN/" + WithoutExtension(s.message_file) + ".HDR");
       if (!AnyFileExists(message_path) && OrdinaryFileExists(copy)) {
         NameFile(ctx, copy, message_path);
       }
@@ -139,7 +135,7 @@ void ReturnDeferred(Context& ctx) {
   if (!FolderExists(defer)) return;
   const std::time_t now = ctx.clock.Now();
   for (const std::string& name : ListFiles(defer, "*.EML")) {
-    const std::string stem = StemOf(name);
+    const std::string stem = WithoutExtension(name);
     const auto deferred = ctx.delivery.deferred.find(UCase(stem));
     if (deferred != ctx.delivery.deferred.end() && now - deferred->second < kDeferSeconds) {
       continue;

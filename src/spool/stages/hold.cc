@@ -77,11 +77,7 @@ void Hold(PassRun& p, bool validation_off) {
   Context& ctx = p.ctx;
   PassState& s = p.s;
   p.Mark(2501);
-  p.Step([&] {
-    const std::string name = Trim(s.message_file);
-    if (name.size() < 4) Raise(kErrInvalidCall);
-    s.wait_id = name.substr(0, name.size() - 4);
-  });
+  p.Step([&] { s.wait_id = WithoutExtension(Trim(s.message_file)); });
   p.Mark(2502);
 
   // A mailbox name that could leave WAIT/ has no waiting area.

@@ -7,7 +7,9 @@
 #include "platform/files.h"
 #include "platform/message.h"
 #include "platform/names.h"
+#include "spool/address.h"
 #include "spool/ids.h"
+#include "spool/lists.h"
 
 namespace quellor {
 
@@ -54,6 +56,18 @@ bool OpenForMarking(PassRun& p, const std::string& message) {
   if (!small) return false;
   p.Step([&] { status = p.ctx.component().Open(message); });
   return status == 0;
+}
+
+bool WhiteListed(PassRun& p, const std::string& user, const std::string& sender) {
+  Context& ctx = p.ctx;
+  const std::string users = ctx.Path(ctx.users + "/");
+  bool own = false;
+  bool all = false;
+  bool domain = false;
+  p.Step([&] { own = buscaenlista(ctx, users + user + ".WLT", sender); });
+  p.Step([&] { all = buscaenlista(ctx, users + "@.WLT", sender); });
+  p.Step([&] { domain = buscaenlista(ctx, users + "@" + DomainOf(user) + ".WLT", sender); });
+  return own || all || domain;
 }
 
 }  // namespace quellor

@@ -97,7 +97,7 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   });
 
   const std::string envelope = Actual(folder + held.name);
-  const std::string message = Actual(folder + held.name.substr(0, held.name.size() - 4) + ".EML");
+  const std::string message = Actual(folder + WithoutExtension(held.name) + ".EML");
   std::string newid;
   p.Step([&] { newid = FreeQueueName(ctx, "LOCAL/"); });
   p.Mark(18);
@@ -150,16 +150,7 @@ void WhiteList(PassRun& p, const std::string& held_sender) {
   Context& ctx = p.ctx;
   const std::string users = ctx.Path(ctx.users + "/");
   const std::string own = users + p.s.user + ".WLT";
-  bool in_own = false;
-  bool in_all = false;
-  bool in_domain = false;
-  // Each list is always searched.
-  p.Step([&] { in_own = buscaenlista(ctx, own, held_sender); });
-  p.Step([&] { in_all = buscaenlista(ctx, users + "@.WLT", held_sender); });
-  p.Step([&] {
-    in_domain = buscaenlista(ctx, users + "@" + DomainOf(p.s.user) + ".WLT", held_sender);
-  });
-  if (in_own || in_all || in_domain) return;
+  if (WhiteListed(p, p.s.user, held_sender)) return;
 
   bool unended = false;
   TextFile list;
