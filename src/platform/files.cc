@@ -519,4 +519,19 @@ void ReplaceWholeFile(const std::string& path, std::string_view bytes, int mode)
   replacement.Commit();
 }
 
+bool LastLineUnended(const std::string& path) {
+  const auto actual = ResolveExisting(path);
+  if (!actual) return false;
+  const int fd = Fs().Open(*actual, O_RDONLY | O_CLOEXEC, 0);
+  if (fd < 0) return false;
+  struct stat st {};
+  char last = '\n';
+  if (Fs().Fstat(fd, &st) == 0 && st.st_size > 0 &&
+      Fs().Pread(fd, &last, 1, static_cast<long>(st.st_size - 1)) != 1) {
+    last = '\n';
+  }
+  Fs().Close(fd);
+  return last != '\n' && last != '\r';
+}
+
 }  // namespace quellor

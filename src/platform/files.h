@@ -84,6 +84,10 @@ void MakeFolder(const std::string& path);                         // one level
 int64_t FileLength(const std::string& path);
 std::time_t FileModified(const std::string& path);
 
+// True when the file's last line lacks its line end (neither CR nor LF ends it); false for a
+// missing, empty or unreadable file.
+bool LastLineUnended(const std::string& path);
+
 // Flushes a file's data and a folder's entries to the disk.
 void SyncFile(const std::string& path);
 void SyncFolder(const std::string& path);

@@ -70,4 +70,16 @@ bool WhiteListed(PassRun& p, const std::string& user, const std::string& sender)
   return own || all || domain;
 }
 
+void AppendListLine(PassRun& p, const std::string& path, const std::string& entry) {
+  bool unended = false;
+  TextFile list;
+  p.Step([&] { unended = LastLineUnended(path); });
+  p.Step([&] { list = OpenFile(p.ctx, path, "APPEND", 2); });
+  p.Step([&] {
+    if (unended) list.WriteLine("");
+    list.WriteLine(OneLine(entry));
+  });
+  p.Step([&] { list.Close(); });
+}
+
 }  // namespace quellor

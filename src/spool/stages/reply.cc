@@ -1,9 +1,6 @@
 // Validation replies: a reply naming a held message releases every message that the held
 // message's sender has waiting for that recipient, and white-lists that sender.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <string>
 #include <vector>
 
@@ -128,23 +125,6 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   });
 }
 
-// True when the file's last line lacks its line end: an entry appended as it stands would be
-// glued to that line and spoil both entries.
-bool LastLineUnended(const std::string& path) {
-  const auto actual = ResolveExisting(path);
-  if (!actual) return false;
-  const int fd = Fs().Open(*actual, O_RDONLY | O_CLOEXEC, 0);
-  if (fd < 0) return false;
-  struct stat st {};
-  char last = '\n';
-  if (Fs().Fstat(fd, &st) == 0 && st.st_size > 0 &&
-      Fs().Pread(fd, &last, 1, static_cast<long>(st.st_size - 1)) != 1) {
-    last = '\n';
-  }
-  Fs().Close(fd);
-  return last != '\n' && last != '\r';
-}
-
 // Puts the held sender on the recipient's own white list unless some white list has it.
 void WhiteList(PassRun& p, const std::string& held_sender) {
   Context& ctx = p.ctx;
@@ -152,15 +132,7 @@ void WhiteList(PassRun& p, const std::string& held_sender) {
   const std::string own = users + p.s.user + ".WLT";
   if (WhiteListed(p, p.s.user, held_sender)) return;
 
-  bool unended = false;
-  TextFile list;
-  p.Step([&] { unended = LastLineUnended(own); });
-  p.Step([&] { list = OpenFile(ctx, own, "APPEND", 2); });
-  p.Step([&] {
-    if (unended) list.WriteLine("");
-    list.WriteLine(OneLine(held_sender));
-  });
-  p.Step([&] { list.Close(); });
+  AppendListLine(p, own, held_sender);
 }
 
 }  // namespace

@@ -65,10 +65,7 @@ void LearnMode(PassRun& p, const std::string& users) {
       file.Close();
     });
     if (!known) {
-      TextFile file;
-      p.Step([&] { file = OpenFile(ctx, learned, "APPEND", 2); });
-      p.Step([&] { file.WriteLine(OneLine(s.sender)); });
-      p.Step([&] { file.Close(); });
+      AppendListLine(p, learned, s.sender);
     }
   }
   p.Mark(24);
