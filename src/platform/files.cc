@@ -534,4 +534,13 @@ bool LastLineUnended(const std::string& path) {
   return last != '\n' && last != '\r';
 }
 
+bool SameFile(const std::string& a, const std::string& b) {
+  const auto first = ResolveExisting(a);
+  const auto second = ResolveExisting(b);
+  struct stat s {};
+  struct stat t {};
+  return first && second && Fs().Lstat(*first, &s) == 0 && Fs().Lstat(*second, &t) == 0 &&
+         s.st_dev == t.st_dev && s.st_ino == t.st_ino;
+}
+
 }  // namespace quellor

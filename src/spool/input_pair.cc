@@ -143,10 +143,20 @@ void ReturnDeferred(Context& ctx) {
     const std::string message_in = ctx.Path("IN/" + name);
     const std::string envelope_in = ctx.Path("IN/" + stem + ".WAI");
     const std::string envelope_deferred = defer + "/" + stem + ".WAI";
-    if (AnyFileExists(message_in)) continue;
+    // A move back cut short between its link and its unlink left a file under both names: the
+    // move is finished by removing the name in DEFER/.
+    if (AnyFileExists(message_in)) {
+      if (SameFile(defer + "/" + name, message_in)) DeleteFile(ctx, defer + "/" + name);
+      continue;
+    }
     if (OrdinaryFileExists(envelope_deferred)) {
-      if (AnyFileExists(envelope_in)) continue;
-      NameFile(ctx, envelope_deferred, envelope_in);
+      if (SameFile(envelope_deferred, envelope_in)) {
+        DeleteFile(ctx, envelope_deferred);
+      } else if (AnyFileExists(envelope_in)) {
+        continue;
+      } else {
+        NameFile(ctx, envelope_deferred, envelope_in);
+      }
     }
     // A half pair waits for its envelope; an envelope that did not move keeps the pair here.
     if (!OrdinaryFileExists(envelope_in)) continue;
