@@ -27,10 +27,6 @@ std::vector<std::string_view> Lines(std::string_view text) {
   return lines;
 }
 
-bool IsContinuation(std::string_view line) {
-  return !line.empty() && (line[0] == ' ' || line[0] == '\t');
-}
-
 // The value of the header line at `i` with its continuation lines joined; `next` receives the
 // index of the first line after it.
 std::string UnfoldedValue(const std::vector<std::string_view>& lines, size_t i, size_t* next) {
@@ -38,7 +34,7 @@ std::string UnfoldedValue(const std::vector<std::string_view>& lines, size_t i, 
   const size_t colon = first.find(':');
   std::string value(first.substr(colon + 1));
   size_t j = i + 1;
-  for (; j < lines.size() && IsContinuation(lines[j]); ++j) value += lines[j];
+  for (; j < lines.size() && IsContinuationLine(lines[j]); ++j) value += lines[j];
   *next = j;
   return value;
 }

@@ -95,8 +95,7 @@ std::string EncodeEightBitWords(std::string_view value) {
 std::string LocalForSendmail(std::string_view message) {
   if (StartsWithNoCase(message, "Return-Path:")) {
     size_t end = message.find('\n');
-    while (end != std::string_view::npos && end + 1 < message.size() &&
-           (message[end + 1] == ' ' || message[end + 1] == '\t'))
+    while (end != std::string_view::npos && IsContinuationLine(message.substr(end + 1)))
       end = message.find('\n', end + 1);
     message.remove_prefix(end == std::string_view::npos ? message.size() : end + 1);
   }

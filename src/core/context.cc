@@ -63,6 +63,13 @@ void Context::Journal(const std::string& line) {
   }
 }
 
+void Context::NoteFlushed(const std::string& path) {
+  if (!written) return;
+  std::erase(written->files, path);
+  const auto slash = path.find_last_of('/');
+  if (slash != std::string::npos && slash > 0) written->entry_folders.insert(path.substr(0, slash));
+}
+
 FolderListing& Context::input_listing() {
   if (!input_listing_) input_listing_ = std::make_shared<FolderListing>(Path("IN"), "*.EML");
   return *input_listing_;

@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/window_model.h"
 #include "platform/clock.h"
@@ -47,6 +48,16 @@ struct Settings {
   // the classic 40 messages and 100 milliseconds.
   int MessagesPerPass() const;
   int16_t MessagePauseMs() const;
+};
+
+// The files and folders written for the input pair being handled: the pass flushes them all to
+// the disk before the pair goes, so a crash never loses a message. The retrying file primitives
+// note what they create, fill or name while a record is in force; no stage has to.
+struct WriteRecord {
+  std::vector<std::string> files;
+  std::set<std::string> folders;  // created
+  // Folders holding files that were flushed where they were written (only the entries are left).
+  std::set<std::string> entry_folders;
 };
 
 // What the pass keeps between passes while SAFE_DELIVERY is on (names upper-cased).
@@ -97,6 +108,17 @@ class Context {
   // IN/, and how many refreshes found IN/ changed (equal counts, equal listings).
   uint64_t input_listing_version = ~uint64_t{0};
   uint64_t input_listing_changes = 0;
+  // The record in force while a pass handles input pairs (see WriteRecord); none otherwise.
+  WriteRecord* written = nullptr;
+  void NoteWritten(const std::string& path) {
+    if (written) written->files.push_back(path);
+  }
+  void NoteFolderMade(const std::string& path) {
+    if (written) written->folders.insert(path);
+  }
+  // A file noted so far that its writer has flushed itself: only its folder entry is left. A
+  // later write of it is noted anew.
+  void NoteFlushed(const std::string& path);
 
  private:
   std::mt19937_64 rng_{0};

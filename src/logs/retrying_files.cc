@@ -105,6 +105,9 @@ TextFile OpenFile(Context& ctx, const std::string& path, std::string_view mode, 
   std::string what = "###OPEN " + path + "-" + SignedText(filenum) + "-" + std::string(mode);
   // OpenFile's give-up marker keeps its trailing blank, unlike the other three.
   Attempts(ctx, to, what, " RESUME NEXT ").Run([&] { file = TextFile::Open(path, *open_mode); });
+  // A file set out to be written is noted even when it did not open: whatever stands under its
+  // name must reach the disk (or fail to) before the input pair goes.
+  if (*open_mode == OpenMode::kOutput || *open_mode == OpenMode::kAppend) ctx.NoteWritten(path);
   return file;
 }
 
@@ -115,6 +118,7 @@ TextFile OpenNewFile(Context& ctx, const std::string& path, int filenum) {
   Attempts(ctx, to, what, " RESUME NEXT ").Run([&] {
     file = TextFile::Open(path, OpenMode::kCreateNew);
   });
+  if (file.is_open()) ctx.NoteWritten(file.path());
   return file;
 }
 
@@ -122,6 +126,7 @@ void CopyNewFile(Context& ctx, const std::string& origen, const std::string& des
   Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
     CopyFileBytes(origen, destino, true);
   });
+  ctx.NoteWritten(destino);
 }
 
 void DeleteFile(Context& ctx, const std::string& archivo) {
@@ -138,12 +143,20 @@ void CopyFile(Context& ctx, const std::string& origen, const std::string& destin
   Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
     CopyFileBytes(origen, destino);
   });
+  ctx.NoteWritten(destino);
 }
 
 void NameFile(Context& ctx, const std::string& origen, const std::string& destino) {
   Attempts(ctx, FromSettings(ctx), "###NAME " + origen + "-" + destino, " RESUME NEXT").Run([&] {
     RenameFile(origen, destino);
   });
+  ctx.NoteWritten(destino);
+}
+
+void MakeMissingFolder(Context& ctx, const std::string& folder) {
+  if (FolderExists(folder)) return;
+  MakeFolder(folder);
+  ctx.NoteFolderMade(folder);
 }
 
 }  // namespace quellor

@@ -26,5 +26,10 @@ void CopyFile(Context& ctx, const std::string& origen, const std::string& destin
 void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino);
 // Renames `origen` to `destino`; an existing `destino` makes every attempt fail.
 void NameFile(Context& ctx, const std::string& origen, const std::string& destino);
+// Creates `folder` (one level, no retries) unless it exists; raises when that fails.
+void MakeMissingFolder(Context& ctx, const std::string& folder);
+
+// While a pass holds a write record (Context::written), every file these primitives create,
+// fill or name, and every folder MakeMissingFolder creates, is noted in it.
 
 }  // namespace quellor

@@ -547,4 +547,28 @@ void ReplaceWholeFile(const std::string& path, std::string_view bytes, int mode)
   replacement.Commit();
 }
 
+bool LastLineUnended(const std::string& path) {
+  const auto actual = ResolveExisting(path);
+  if (!actual) return false;
+  const int fd = Fs().Open(*actual, O_RDONLY | O_CLOEXEC, 0);
+  if (fd < 0) return false;
+  struct stat st {};
+  char last = '\n';
+  if (Fs().Fstat(fd, &st) == 0 && st.st_size > 0 &&
+      Fs().Pread(fd, &last, 1, static_cast<long>(st.st_size - 1)) != 1) {
+    last = '\n';
+  }
+  Fs().Close(fd);
+  return last != '\n' && last != '\r';
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  const auto first = ResolveExisting(a);
+  const auto second = ResolveExisting(b);
+  struct stat s {};
+  struct stat t {};
+  return first && second && Fs().Lstat(*first, &s) == 0 && Fs().Lstat(*second, &t) == 0 &&
+         s.st_dev == t.st_dev && s.st_ino == t.st_ino;
+}
+
 }  // namespace quellor

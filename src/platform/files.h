@@ -85,6 +85,14 @@ void MakeFolder(const std::string& path);                         // one level
 int64_t FileLength(const std::string& path);
 std::time_t FileModified(const std::string& path);
 
+// Whether two paths name one and the same file: a move (a link, then an unlink) cut short
+// leaves a file under both names. False when either does not exist.
+bool SameFile(const std::string& a, const std::string& b);
+
+// True when the file's last line lacks its line end (neither CR nor LF ends it); false for a
+// missing, empty or unreadable file.
+bool LastLineUnended(const std::string& path);
+
 // Flushes a file's data and a folder's entries to the disk.
 void SyncFile(const std::string& path);
 void SyncFolder(const std::string& path);

@@ -299,6 +299,15 @@ std::string ToCp1252(std::string_view text, const char* charset) {
   return Utf8ToCp1252(out);
 }
 
+bool IsContinuationLine(std::string_view line) {
+  return !line.empty() && (line[0] == ' ' || line[0] == '\t');
+}
+
+std::string WithoutExtension(std::string_view name) {
+  if (name.size() < 4) Raise(kErrInvalidCall);
+  return std::string(name.substr(0, name.size() - 4));
+}
+
 std::string OneLine(std::string_view text) {
   std::string line(text);
   for (char& c : line) {

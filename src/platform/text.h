@@ -37,6 +37,11 @@ int32_t CLng(double v);
 // A text written as one line (envelope, header, list or log line): CR, LF and NUL inside it
 // become blanks, so no text taken from mail can add lines of its own.
 std::string OneLine(std::string_view text);
+// Whether a header line continues the field above it: it begins with a blank or a tab.
+bool IsContinuationLine(std::string_view line);
+// A file name without its last four characters, the extension ("x.EML" -> "x"); like
+// Left$(name, Len(name) - 4) it raises "Invalid procedure call" for a shorter name.
+std::string WithoutExtension(std::string_view name);
 // Removes a trailing CR LF (only when the text has at least those two characters).
 void StripLineEnd(std::string& text);
 // Plain decimal text of a whole number ("13", "-2").

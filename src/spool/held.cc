@@ -8,6 +8,7 @@
 #include "platform/files.h"
 #include "platform/fs.h"
 #include "platform/names.h"
+#include "platform/text.h"
 #include "platform/tree_lock.h"
 #include "spool/activity_log.h"
 #include "spool/pass_run.h"
@@ -41,7 +42,7 @@ void Collect(Context& ctx, const std::string& user, std::vector<HeldMessage>& ou
   for (const std::string& name : names) {
     HeldMessage m;
     m.user = user;
-    m.id = name.substr(0, name.size() - 4);
+    m.id = WithoutExtension(name);
     try {
       m.held = FileModified(folder + name);
     } catch (const std::exception&) {

@@ -20,10 +20,6 @@ namespace {
 // How long a deferred pair waits in DEFER/ before it is taken again.
 constexpr std::time_t kDeferSeconds = 60;
 
-std::string StemOf(const std::string& name) {
-  return name.size() >= 4 ? name.substr(0, name.size() - 4) : name;
-}
-
 // Moves one file of the input pair into DEFER/ unless a file of that name is there already.
 void MoveToDefer(PassRun& p, const std::string& from, const std::string& to) {
   Context& ctx = p.ctx;
@@ -35,7 +31,6 @@ void MoveToDefer(PassRun& p, const std::string& from, const std::string& to) {
     return;
   }
   p.Step([&] { NameFile(ctx, from, to); });
-  p.Wrote(to);
 }
 
 // Moves what exists of the input pair into DEFER/, the message file first so that the listing
@@ -44,18 +39,13 @@ void DeferPair(PassRun& p, bool has_message, bool has_envelope) {
   Context& ctx = p.ctx;
   PassState& s = p.s;
   const std::string defer = ctx.Path("DEFER");
-  p.Step([&] {
-    if (!FolderExists(defer)) {
-      MakeFolder(defer);
-      p.WroteFolder(ResolveExisting(defer).value_or(defer));
-    }
-  });
+  p.Step([&] { MakeMissingFolder(ctx, defer); });
   if (has_message) MoveToDefer(p, ctx.Path("IN/" + s.message_file), defer + "/" + s.message_file);
   if (has_envelope) {
     MoveToDefer(p, ctx.Path("IN/" + s.envelope_name), defer + "/" + s.envelope_name);
   }
   p.FlushWritten();
-  ctx.delivery.deferred[UCase(StemOf(s.message_file))] = ctx.clock.Now();
+  ctx.delivery.deferred[UCase(WithoutExtension(s.message_file))] = ctx.clock.Now();
 }
 
 // A message file still in IN/ after its pair was removed or deferred would be the head of every
@@ -86,7 +76,7 @@ void SettleInputPair(PassRun& p, bool complete) {
     // A rewrite of the message file cut short leaves it as IN/<stem>.HDR: it takes its name back
     // so that it goes wherever its envelope goes.
     p.Step([&] {
-      const std::string copy = ctx.Path("IN/" + StemOf(s.message_file) + ".HDR");
+      const std::string copy = ctx.Path("IN/" + WithoutExtension(s.message_file) + ".HDR");
       if (!AnyFileExists(message_path) && OrdinaryFileExists(copy)) {
         NameFile(ctx, copy, message_path);
       }
@@ -176,7 +166,7 @@ void ReturnDeferred(Context& ctx) {
   if (!FolderExists(defer)) return;
   const std::time_t now = ctx.clock.Now();
   for (const std::string& name : ListFiles(defer, "*.EML")) {
-    const std::string stem = StemOf(name);
+    const std::string stem = WithoutExtension(name);
     const auto deferred = ctx.delivery.deferred.find(UCase(stem));
     if (deferred != ctx.delivery.deferred.end() && now - deferred->second < kDeferSeconds) {
       continue;
@@ -184,10 +174,20 @@ void ReturnDeferred(Context& ctx) {
     const std::string message_in = ctx.Path("IN/" + name);
     const std::string envelope_in = ctx.Path("IN/" + stem + ".WAI");
     const std::string envelope_deferred = defer + "/" + stem + ".WAI";
-    if (AnyFileExists(message_in)) continue;
+    // A move back cut short between its link and its unlink left a file under both names: the
+    // move is finished by removing the name in DEFER/.
+    if (AnyFileExists(message_in)) {
+      if (SameFile(defer + "/" + name, message_in)) DeleteFile(ctx, defer + "/" + name);
+      continue;
+    }
     if (OrdinaryFileExists(envelope_deferred)) {
-      if (AnyFileExists(envelope_in)) continue;
-      NameFile(ctx, envelope_deferred, envelope_in);
+      if (SameFile(envelope_deferred, envelope_in)) {
+        DeleteFile(ctx, envelope_deferred);
+      } else if (AnyFileExists(envelope_in)) {
+        continue;
+      } else {
+        NameFile(ctx, envelope_deferred, envelope_in);
+      }
     }
     // A half pair waits for its envelope; an envelope that did not move keeps the pair here.
     if (!OrdinaryFileExists(envelope_in)) continue;

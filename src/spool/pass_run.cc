@@ -26,7 +26,14 @@ std::string WithoutTrailingSlash(std::string path) {
 
 PassRun::PassRun(Context& context)
     : ctx(context),
-      guard_(context.error_sink(), std::function<std::string()>([this] { return Label(); })) {}
+      guard_(context.error_sink(), std::function<std::string()>([this] { return Label(); })),
+      outer_record_(context.written) {
+  ctx.written = &written_;
+}
+
+PassRun::~PassRun() {
+  ctx.written = outer_record_;
+}
 
 std::string PassRun::Label() const {
   return "Quellor - quellor - errseek =" + std::to_string(s.errseek);
@@ -42,36 +49,23 @@ void PassRun::Report(int number, const std::string& description) {
   }
 }
 
-void PassRun::Wrote(const std::string& path) {
-  written_files_.push_back(path);
-}
-
-void PassRun::WroteFolder(const std::string& path) {
-  written_folders_.insert(WithoutTrailingSlash(path));
-}
-
-void PassRun::WroteFlushed(const std::string& path) {
-  const std::string folder = FolderOf(path);
-  if (!folder.empty()) flushed_files_folders_.insert(folder);
-}
-
 void PassRun::FlushWritten() {
   // Folders whose entries must reach the disk: those of the written files, of the files
   // replaced whole, the folders created for this message, and the folders that hold those (a
   // new folder is an entry of its parent). Each is flushed once, after all the files.
   std::set<std::string> folders = replaced_folders_.Take();
-  folders.merge(flushed_files_folders_);
-  flushed_files_folders_.clear();
-  for (const std::string& path : written_files_) {
+  folders.merge(written_.entry_folders);
+  for (const std::string& path : written_.files) {
     const std::string folder = FolderOf(path);
     if (!folder.empty()) folders.insert(folder);
   }
-  for (const std::string& folder : written_folders_) {
+  for (const std::string& made : written_.folders) {
+    const std::string folder = WithoutTrailingSlash(made);
     folders.insert(folder);
     const std::string parent = FolderOf(folder);
     if (!parent.empty()) folders.insert(parent);
   }
-  for (const std::string& path : written_files_) {
+  for (const std::string& path : written_.files) {
     const bool synced = Step([&] {
       // A file that a later statement renamed or removed has nothing left to flush.
       if (const auto actual = ResolveExisting(path)) SyncFile(*actual);
@@ -84,8 +78,7 @@ void PassRun::FlushWritten() {
     });
     if (!synced) Unfinished(guard_.last_number());
   }
-  written_files_.clear();
-  written_folders_.clear();
+  written_ = WriteRecord{};
 }
 
 }  // namespace quellor

@@ -35,6 +35,9 @@ struct PassState {
 class PassRun {
  public:
   explicit PassRun(Context& ctx);
+  ~PassRun();
+  PassRun(const PassRun&) = delete;
+  PassRun& operator=(const PassRun&) = delete;
 
   // Runs one statement under the pass's error handler, which logs
   // "Quellor - quellor - errseek =<marker>" with the error and carries on. Between BeginCopy and
@@ -73,13 +76,10 @@ class PassRun {
   // the error handler it never cuts the pass short when the error log cannot be written.
   void Report(int number, const std::string& description);
 
-  // Records a file or folder written for the current input pair; before the pair is deleted
-  // everything recorded is flushed to the disk (FlushWritten), so a crash never loses a message.
-  // A flush that fails leaves the message unfinished.
-  void Wrote(const std::string& path);
-  void WroteFolder(const std::string& path);
-  // A file written and already flushed: only its folder entry is left to flush.
-  void WroteFlushed(const std::string& path);
+  // Flushes to the disk everything written for the current input pair (the retrying file
+  // primitives note it in the run's write record, see WriteRecord) and starts a new record.
+  // Called before the pair is deleted, so a crash never loses a message. A flush that fails
+  // leaves the message unfinished.
   void FlushWritten();
 
   Context& ctx;
@@ -91,9 +91,8 @@ class PassRun {
   bool copying_ = false;
   int unfinished_ = 0;
   Guard guard_;
-  std::vector<std::string> written_files_;
-  std::set<std::string> written_folders_;
-  std::set<std::string> flushed_files_folders_;
+  WriteRecord written_;
+  WriteRecord* outer_record_;
   // Whole-file replacements (lists, statistics) leave their folder flushes to FlushWritten.
   DeferredFolderSyncs replaced_folders_;
 };

@@ -19,11 +19,6 @@ std::string Mid(const std::string& text, long start, long length) {
   return text.substr(static_cast<size_t>(start) - 1, static_cast<size_t>(length));
 }
 
-// The message file name without its last four characters (Left$ with a negative length fails).
-std::string Stem(const std::string& name) {
-  if (name.size() < 4) Raise(kErrInvalidCall);
-  return name.substr(0, name.size() - 4);
-}
 }  // namespace
 
 void ReadRecipientLine(PassRun& p, const std::string& line) {
@@ -86,7 +81,7 @@ void ReadHeaders(PassRun& p) {
     std::string copy_path;
     TextFile in;
     TextFile out;
-    p.Step([&] { copy_path = ctx.Path("IN/" + Stem(s.message_file) + ".HDR"); });
+    p.Step([&] { copy_path = ctx.Path("IN/" + WithoutExtension(s.message_file) + ".HDR"); });
     // A copy left by a rewrite that was cut short must not be appended to.
     p.Step([&] { DeleteFile(ctx, copy_path); });
     bool copied = p.Step([&] { in = OpenFile(ctx, message_path, "BINARY", 2); });

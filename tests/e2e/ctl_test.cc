@@ -1,28 +1,97 @@
 // The built programs as an administrator runs them, on temporary installation trees: quellorctl
-// init and pass; the quellor program's command line, its unit files, and a -debug run that takes
-// mail dropped into IN/, answers `quellorctl status` and ends cleanly on SIGTERM.
-#include "e2e/ctl.h"
-
+// init and pass; held, release and drop (a release does what a validation reply does, a drop what
+// a bounce of the request does, refusals touch nothing, and neither runs in the middle of a
+// pass); the quellor program's command line, its unit files, and a -debug run that takes mail
+// dropped into IN/, answers `quellorctl status` and ends cleanly on SIGTERM.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "config/readini.h"
 #include "platform/clock.h"
+#include "platform/tree_lock.h"
 #include "service/unit_files.h"
 #include "support/process.h"
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor::testing {
 namespace {
+
+struct CtlResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+// `quellorctl <args>` with QUELLOR_ROOT=`root` and any further VAR=value words in `env`.
+CtlResult Ctl(const TempTree& tree, const std::string& root, const std::string& args,
+              const std::string& env = "") {
+  CtlResult r;
+  r.status = Sh("env QUELLOR_ROOT='" + root + "' " + env + " '" QUELLOR_BINARY_DIR "/quellorctl' " +
+                    args + " 2>'" + tree.Path("ctl.err") + "'",
+                &r.out);
+  r.err = tree.Read("ctl.err");
+  return r;
+}
+
+// A pair in IN/: message file first, then the envelope.
+void Drop(const TempTree& tree, const std::string& stem, const std::string& sender,
+          const std::string& recipient, const std::string& subject) {
+  tree.Write("IN/" + stem + ".EML", "From: <" + sender + ">\r\nTo: <" + recipient +
+                                        ">\r\nSubject: " + subject + "\r\n\r\nBody of " + stem +
+                                        "\r\n");
+  tree.WriteLines("IN/" + stem + ".WAI", {sender, recipient});
+}
+
+// True when `text` has the shape of `form`: "9" a digit, "A" a capital, "a" a small letter,
+// any other character itself.
+bool HasShape(std::string_view text, std::string_view form) {
+  if (text.size() != form.size()) return false;
+  for (size_t i = 0; i < form.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const bool ok = form[i] == '9'   ? std::isdigit(c) != 0
+                    : form[i] == 'A' ? std::isupper(c) != 0
+                    : form[i] == 'a' ? std::islower(c) != 0
+                                     : text[i] == form[i];
+    if (!ok) return false;
+  }
+  return true;
+}
+
+// The lines of the day logs of `folder` ("dd-mm-yyyy<ext>", oldest first: a run across midnight
+// writes two) after their time of day, which must be "hh:mm:ss" followed by `gap`.
+std::vector<std::string> DayLogLines(const TempTree& tree, const std::string& folder,
+                                     const std::string& ext, const std::string& gap) {
+  std::vector<std::filesystem::path> days;
+  for (const auto& entry : std::filesystem::directory_iterator(tree.Path(folder))) {
+    if (HasShape(entry.path().filename().string(), "99-99-9999" + ext)) days.push_back(entry);
+  }
+  std::sort(days.begin(), days.end(), [](const auto& a, const auto& b) {
+    return std::filesystem::last_write_time(a) < std::filesystem::last_write_time(b);
+  });
+  std::vector<std::string> lines;
+  for (const auto& day : days) {
+    const std::string name = folder + "/" + day.filename().string();
+    EXPECT_TRUE(tree.Read(name).ends_with("\r\n")) << name;
+    for (const std::string& line : tree.ReadLines(name)) {
+      EXPECT_TRUE(HasShape(line.substr(0, 8 + gap.size()), "99:99:99" + gap)) << line;
+      lines.push_back(line.substr(std::min(line.size(), 8 + gap.size())));
+    }
+  }
+  return lines;
+}
 
 // A status reply or state dump with its start-up time checked and taken out.
 std::string AfterStartTime(const std::string& dump) {
@@ -30,24 +99,6 @@ std::string AfterStartTime(const std::string& dump) {
   const bool ok = HasShape(dump.substr(0, end), "START UP TIME=99 Aaa 9999 99:99:99");
   EXPECT_TRUE(ok && end != std::string::npos) << dump;
   return ok ? dump.substr(end + 2) : dump;
-}
-
-// The day logs of `folder` ("dd-mm-yyyy<ext>", oldest first: a run across midnight writes
-// two), each line's time of day, "hh:mm:ss" and a blank, taken out.
-std::string DayLogs(const TempTree& tree, const std::string& folder, const std::string& ext) {
-  std::vector<std::filesystem::directory_entry> days;
-  for (const auto& entry : std::filesystem::directory_iterator(tree.Path(folder))) {
-    if (HasShape(entry.path().filename().string(), "99-99-9999" + ext)) days.push_back(entry);
-  }
-  std::ranges::sort(days, {}, [](const auto& e) { return e.last_write_time(); });
-  std::string text, out;
-  for (const auto& day : days) text += ReadFile(day.path());
-  for (size_t at = 0, end; at < text.size(); at = end + 1) {
-    end = std::min(text.find('\n', at), text.size());
-    const std::string line = text.substr(at, end + 1 - at);
-    out += HasShape(line.substr(0, 9), "99:99:99 ") ? line.substr(9) : line;
-  }
-  return out;
 }
 
 namespace fs = std::filesystem;
@@ -119,90 +170,7 @@ TEST(CtlInit, CreatesACompleteTreeAndNeverOverwrites) {
   EXPECT_EQ(blocked.status, 1);
   EXPECT_NE(blocked.err.find("IN: exists and is not a folder"), std::string::npos);
   EXPECT_EQ(tree.Read("blocked/IN"), "x");
-}
-
-// The state dump of `quellorctl <args>` after its start-up time; with `logs`, then the lines
-// logged so far.
-std::string Pass(const TempTree& tree, const std::string& args, bool logs = true) {
-  const CtlResult r = Ctl(tree, tree.root(), args);
-  EXPECT_EQ(r.status, 0) << r.err;
-  std::string out = AfterStartTime(r.out);
-  if (!logs) return out;
-  out += "--\n";
-  return out + DayLogs(tree, "LOG", ".log") + DayLogs(tree, "LOG/quellor", ".iwr") +
-         tree.Read("LOG/system.log");
-}
-
-// The subject of the request in OUT/ that names the held message `stem`.
-std::string RequestSubject(const TempTree& tree, const std::string& stem) {
-  for (const std::string& name : tree.List("OUT")) {
-    if (!name.ends_with(".EML")) continue;
-    const std::string text = tree.Read("OUT/" + name);
-    const size_t at = text.find("\r\nSubject: ") + 11, end = text.find("\r\n", at);
-    if (text.substr(at, end - at).ends_with(" // Request-ID:" + stem))
-      return text.substr(at, end - at);
-  }
-  return "";
-}
-
-// The challenge-response cycle through the real program on an installation made by `init`: the
-// files each step writes are pinned byte for byte by the spool's golden cases.
-TEST(CtlPass, RoutesThenAReplyReleasesAndABounceQuotingTheRequestPurges) {
-  TempTree tree;
-  ASSERT_EQ(Ctl(tree, tree.root(), "init").status, 0);  // the request templates
-  tree.WriteLines("quellor.ini", {"POSTMASTERS=pm@y.net", "LOG=ON"});
-  tree.WriteLines("DOMAIN.LST", {"x.org"});
-  tree.WriteLines("Users/learner@x.org.CONF", {"MODE=LEARN"});
-  tree.WriteLines("Users/prot@x.org.CONF", {"MODE=QUELLOR"});
-  tree.WriteLines("Users/prot@x.org.WLT", {"friend@y.net"});
-  Drop(tree, "20261116100000101", "friend@y.net", "prot@x.org", "Lunch");
-  Drop(tree, "20261116100000102", "unknown@z.net", "prot@x.org", "Offer");
-  Drop(tree, "20261116100000103", "unknown@z.net", "learner@x.org", "Hello");
-  Drop(tree, "20261116100000104", "colleague@x.org", "fwd@x.org", "Minutes");
-  Drop(tree, "20261116100000105", "spammer@z.net", "prot@x.org", "Buy now");
-  CheckGolden("e2e/pass_routes.txt", Pass(tree, "pass --no-pause"));
-  EXPECT_TRUE(tree.List("IN").empty());
-  EXPECT_EQ(tree.List("LOCAL").size(), 6u);
-  EXPECT_EQ(tree.List("OUT").size(), 4u);
-  EXPECT_TRUE(tree.Exists("WAIT/prot@x.org/20261116100000102.EML"));
-  EXPECT_EQ(tree.ReadLines("Users/learner@x.org.LRN"), std::vector<std::string>{"unknown@z.net"});
-
-  // The held sender replies with its request's subject; the reply also names an unconfigured
-  // local user, who gets nothing: a consumed reply is never delivered. The postmaster bounces
-  // the other request, quoting it in a body without a subject of its own.
-  const std::string subject = RequestSubject(tree, "20261116100000102");
-  EXPECT_EQ(subject, "Rq:Offer // Request-ID:20261116100000102");
-  tree.Write("IN/20261116110000201.EML",
-             "From: <unknown@z.net>\r\nSubject: Re: " + subject + "\r\n\r\nYes.\r\n");
-  tree.WriteLines("IN/20261116110000201.WAI", {"unknown@z.net", "prot@x.org", "fwd@x.org"});
-  tree.Write("IN/20261116110000202.EML", "From: <pm@y.net>\r\n\r\nReturned:\r\nSubject: " +
-                                             RequestSubject(tree, "20261116100000105") + "\r\n");
-  tree.WriteLines("IN/20261116110000202.WAI", {"pm@y.net", "prot@x.org"});
-  CheckGolden("e2e/pass_replies.txt", Pass(tree, "pass --no-pause"));
-  EXPECT_EQ(tree.List("LOCAL").size(), 8u);
-  for (const std::string& name : tree.List("WAIT/prot@x.org")) EXPECT_EQ(name, "stats.log");
-  EXPECT_EQ(tree.ReadLines("Users/prot@x.org.WLT"),
-            (std::vector<std::string>{"friend@y.net", "unknown@z.net"}));
-  EXPECT_EQ(tree.List("OUT").size(), 4u);  // neither reply nor bounce is challenged
-
-  // The sender's next message goes straight through.
-  Drop(tree, "20261116120000301", "unknown@z.net", "prot@x.org", "Again");
-  CheckGolden("e2e/pass_next.txt", Pass(tree, "pass --no-pause"));
-  EXPECT_EQ(tree.List("LOCAL").size(), 10u);
-}
-
-TEST(CtlPass, OnePassTakesFortyAndAllEmptiesTheQueue) {
-  TempTree tree;
-  for (int i = 0; i < 45; ++i) {
-    Drop(tree, "2026111610000" + std::to_string(1000 + i), "a@y.net", "fwd@x.org", "m");
-  }
-  std::string both = Pass(tree, "pass --no-pause", false);
-  EXPECT_EQ(tree.List("IN").size(), 10u);
-  both += Pass(tree, "pass --all --no-pause", false);
-  CheckGolden("e2e/pass_forty.txt", both);
-  EXPECT_TRUE(tree.List("IN").empty());
-  EXPECT_EQ(tree.List("LOCAL").size(), 90u);
-
+  // No pass without an installation.
   CtlResult missing = Ctl(tree, tree.Path("nothing-here"), "pass");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.err.find("no installation at"), std::string::npos);
@@ -226,12 +194,9 @@ TEST(QuellorProgram, CommandLineInstallAndUninstall) {
 
   ASSERT_EQ(Sh(env + kQuellor + "-install 2>&1", &out), 0);
   EXPECT_EQ(out, "");
+  // The text itself is pinned by the packaged unit (UnitFilesTest).
   EXPECT_EQ(units.Read("Quellor_Quellor.service"),
-            "[Unit]\nDescription=Spam Quellor - Quellor\n\n[Service]\nType=notify\n"
-            "Environment=QUELLOR_ROOT=" +
-                root + "\nExecStart=" QUELLOR_BINARY_DIR "/quellor\n" +
-                *ConfinementText(root, ServiceUserIfPresent()) +
-                "\n[Install]\nWantedBy=multi-user.target\n");
+            UnitText(root, QUELLOR_BINARY_DIR "/quellor", ServiceUserIfPresent()));
   EXPECT_EQ(units.Read("Quellor_Quellor.service.d/parameters.conf"), ParametersText());
   EXPECT_NE(ParametersText().find("\nTimerInterval=1000\n"), std::string::npos);
 
@@ -285,6 +250,113 @@ TEST(QuellorProgram, DebugRunPassesDroppedMailAnswersStatusAndStopsOnSigterm) {
   EXPECT_NE(refused.err.find("cannot connect to 127.0.0.1 port " + port), std::string::npos)
       << refused.err;
   EXPECT_EQ(Ctl(tree, tree.root(), "status 127.0.0.1 99999").status, 2);
+}
+
+// A protected user with four messages held: two from a@y.net, one each from b@z.net, c@w.net.
+void HoldFour(const TempTree& tree) {
+  ASSERT_EQ(Ctl(tree, tree.root(), "init").status, 0);
+  tree.WriteLines("quellor.ini", {"POSTMASTERS=pm@y.net"});
+  tree.WriteLines("Users/prot@x.org.CONF", {"MODE=QUELLOR"});
+  Drop(tree, "20261116100000101", "a@y.net", "prot@x.org", "One");
+  Drop(tree, "20261116100000102", "b@z.net", "prot@x.org", "Two");
+  Drop(tree, "20261116100000103", "a@y.net", "prot@x.org", "Three");
+  Drop(tree, "20261116100000104", "c@w.net", "prot@x.org", "=?utf-8?q?F=C3=BCnf?=");
+  ASSERT_EQ(Ctl(tree, tree.root(), "pass --all --no-pause").status, 0);
+}
+
+// The contents of the files of a folder, sorted (names in LOCAL/ are random).
+std::vector<std::string> Contents(const TempTree& tree, const std::string& folder) {
+  std::vector<std::string> out;
+  for (const std::string& name : tree.List(folder)) out.push_back(tree.Read(folder + "/" + name));
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+TEST(CtlHeld, ListsNewestFirstAndReleaseAndDropDoWhatAReplyAndABounceDo) {
+  TempTree by_hand;
+  TempTree by_mail;
+  HoldFour(by_hand);
+  HoldFour(by_mail);
+
+  // Newest first, in JSON and as a table; what a release and a drop report.
+  std::string shown;
+  for (const char* args : {"held --json", "held PROT@x.org", "release prot@x.org 20261116100000101",
+                           "drop prot@x.org 20261116100000102"}) {
+    const CtlResult r = Ctl(by_hand, by_hand.root(), args);
+    EXPECT_EQ(r.status, 0) << args << ": " << r.err;
+    shown += std::string("$ quellorctl ") + args + "\n" + r.out;
+  }
+  for (size_t i = 0; i + 19 <= shown.size(); ++i) {
+    if (HasShape(shown.substr(i, 19), "99/99/9999 99:99:99"))
+      shown.replace(i, 19, "DD/MM/YYYY hh:mm:ss");
+  }
+  // The same by mail: someone replies to the request of 101, a postmaster bounces that of 102.
+  Drop(by_mail, "20261116110000001", "someone@v.net", "prot@x.org",
+       "Re: One // Request-ID:20261116100000101");
+  Drop(by_mail, "20261116110000002", "pm@y.net", "prot@x.org",
+       "Undelivered: Two // Request-ID:20261116100000102");
+  ASSERT_EQ(Ctl(by_mail, by_mail.root(), "pass --no-pause").status, 0);
+
+  for (const char* folder : {"LOCAL", "WAIT/prot@x.org", "Users", "IN"}) {
+    EXPECT_EQ(Contents(by_hand, folder), Contents(by_mail, folder)) << folder;
+  }
+  EXPECT_EQ(
+      by_hand.List("WAIT/prot@x.org"),
+      (std::vector<std::string>{"20261116100000104.EML", "20261116100000104.WAI", "stats.log"}));
+  EXPECT_EQ(DayLogLines(by_hand, "LOG/quellor", ".iwr", "  "),
+            DayLogLines(by_mail, "LOG/quellor", ".iwr", "  "));
+  // The same lines as the reply's, after one that names the administrator.
+  std::vector<std::string> hand = DayLogLines(by_hand, "LOG", ".log", " ");
+  std::vector<std::string> mail = DayLogLines(by_mail, "LOG", ".log", " ");
+  ASSERT_EQ(hand.size(), 8u);
+  ASSERT_EQ(mail.size(), 7u);
+  EXPECT_EQ(std::vector(hand.begin() + 5, hand.end() - 1),
+            std::vector(mail.begin() + 4, mail.end() - 1));
+  for (const std::string& line : hand) shown += line + "\n";
+  CheckGolden("e2e/held.txt", shown);
+  EXPECT_FALSE(by_hand.Exists("LOG/system.log")) << by_hand.Read("LOG/system.log");
+}
+
+TEST(CtlHeld, RefusesUnknownAndUnsafeNamesAndTouchesNothing) {
+  TempTree tree;
+  HoldFour(tree);
+  // A held pair outside the tree, reachable only through a symlink or "..".
+  tree.Write("outside/1.WAI", "a@y.net\r\nprot@x.org\r\n");
+  tree.Write("outside/1.EML", "x");
+  std::filesystem::create_directory_symlink(tree.Path("outside"), tree.Path("WAIT/link"));
+  const std::vector<std::string> before = tree.List("WAIT/prot@x.org");
+  CheckTable("held_refusals", [&](const auto& f) {
+    const CtlResult r = Ctl(tree, tree.root(), f[0]);
+    return std::to_string(r.status) + " " + r.out + r.err.substr(0, r.err.find('\n'));
+  });
+  EXPECT_EQ(tree.List("WAIT/prot@x.org"), before);
+  EXPECT_TRUE(tree.Exists("outside/1.WAI") && tree.Exists("outside/1.EML"));
+  EXPECT_TRUE(tree.List("LOCAL").empty());
+}
+
+TEST(CtlHeld, AReleaseWaitsForTheRunningPass) {
+  TempTree tree;
+  HoldFour(tree);
+  // This test holds the lock as a pass of the service would.
+  auto pass = std::make_unique<TreeLock>(tree.root());
+  ASSERT_TRUE(pass->held()) << pass->error();
+  CtlResult release;
+  std::thread admin(
+      [&] { release = Ctl(tree, tree.root(), "release prot@x.org 20261116100000104"); });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (tree.Read("ctl.err").find("waiting for the pass") == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  // Told to wait, it has touched nothing yet.
+  EXPECT_NE(tree.Read("ctl.err").find("waiting for the pass that is running on"),
+            std::string::npos);
+  EXPECT_TRUE(tree.List("LOCAL").empty());
+  pass.reset();
+  admin.join();
+  EXPECT_EQ(release.status, 0) << release.err;
+  EXPECT_FALSE(tree.Exists("WAIT/prot@x.org/20261116100000104.WAI"));
+  EXPECT_EQ(tree.List("LOCAL").size(), 2u);
 }
 
 }  // namespace

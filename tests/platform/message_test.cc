@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,19 +17,6 @@ namespace quellor {
 namespace {
 
 using testing::TempTree;
-
-// The header lines of a message (up to the first empty line), each without its line end.
-std::vector<std::string> HeaderLines(const std::string& bytes) {
-  std::vector<std::string> lines;
-  for (size_t pos = 0, lf; pos < bytes.size(); pos = lf + 1) {
-    lf = std::min(bytes.find('\n', pos), bytes.size());
-    std::string line = bytes.substr(pos, lf - pos);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.empty()) break;
-    lines.push_back(line);
-  }
-  return lines;
-}
 
 TEST(MessageComponentTest, SubjectIsUnfoldedDecodedAndInWindows1252) {
   testing::CheckTable("message_subject", [](const auto& f) {
@@ -61,126 +49,47 @@ TEST(MessageComponentTest, OpenFailuresReturnNonZeroAndForgetThePreviousMessage)
   EXPECT_EQ(message.Subject(), "good");
 }
 
-// A multipart message whose preamble and epilogue end with CR LF: the bytes GMime's own writer
-// does not keep.
-const std::string kMultipart =
-    "Return-Path: <a@b.org>\r\nSubject: Quarterly\r\n  figures\r\nMIME-Version: 1.0\r\n"
-    "Content-Type: multipart/mixed; boundary=\"XX\"\r\n\r\n"
-    "This is the preamble.\r\n--XX\r\nContent-Type: text/plain; charset=iso-8859-1\r\n"
-    "Content-Transfer-Encoding: 8bit\r\nSubject: not a message header\r\n\r\n"
-    "Caf\xe9\r\n--XX--\r\nepilogue\r\n\r\n";
-
+// Fields: the message, a subject to put in place of the old one (- for none), a mark to add (-
+// for none), a call that fails while saving (- for none) -> the saved file, after the error
+// raised when the save failed. Only the removed and added lines change; added values are
+// seven-bit one-line headers; unedited, a save reproduces the file byte for byte; a failed save
+// leaves the file as it was. No temporary file is ever left.
 TEST(MessageComponentTest, EditsChangeOnlyTheRemovedAndAddedLines) {
-  const std::string mark = "Spam-Quellor: a@b.org found in white list of c@d.org";
-  const std::string subject = "Subject: (New in white list) Quarterly figures";
-  const std::string body_8bit = std::string("\x00\xff\r\r\n\n\x80 binary\r", 15) + "\r\n";
-  const size_t head_end = kMultipart.find("\r\n\r\n") + 2;
-  struct Case {
-    std::string before;
-    bool replace_subject;  // remove "Subject" and add a new one
-    std::string after;
-  } cases[] = {
-      {kMultipart, false,
-       kMultipart.substr(0, head_end) + mark + "\r\n" + kMultipart.substr(head_end)},
-      {kMultipart, true,
-       "Return-Path: <a@b.org>\r\nMIME-Version: 1.0\r\n"
-       "Content-Type: multipart/mixed; boundary=\"XX\"\r\n" +
-           subject + "\r\n" + mark + "\r\n" + kMultipart.substr(head_end)},
-      {"From: a@b.org\nsubject: x\n\tfolded\n\nbody\nline\n", true,
-       "From: a@b.org\n" + subject + "\n" + mark + "\n\nbody\nline\n"},
-      {"Subject: s\r\n\r\n" + body_8bit, false, "Subject: s\r\n" + mark + "\r\n\r\n" + body_8bit},
-      {"From: a@b.org", false, "From: a@b.org\r\n" + mark + "\r\n"},
-      {"\r\nbody", false, mark + "\r\n\r\nbody"},
-  };
-  TempTree tree;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.before);
-    tree.Write("WAIT/u/1.EML", c.before);
+  const std::map<std::string, std::pair<FsOp, int>> faults = {{"write", {FsOp::kWrite, ENOSPC}},
+                                                              {"sync", {FsOp::kSync, EIO}},
+                                                              {"rename", {FsOp::kRename, EACCES}}};
+  testing::CheckTable("message_edits", [&](const auto& f) {
+    TempTree tree;
+    tree.Write("WAIT/u/1.EML", f[0]);
     MessageComponent message;
-    ASSERT_EQ(message.Open(tree.Path("WAIT/u/1.EML")), 0);
-    if (c.replace_subject) {
-      message.RemoveHeader("Subject");
-      message.AddHeader("Subject", "(New in white list) Quarterly figures");
-    }
-    message.AddHeader("Spam-Quellor", "a@b.org found in white list of c@d.org");
-    message.Save(tree.Path("WAIT/u/1.EML"));
-    EXPECT_EQ(tree.Read("WAIT/u/1.EML"), c.after);
-    // Unedited, a save reproduces the file byte for byte.
-    ASSERT_EQ(message.Open(tree.Path("WAIT/u/1.EML")), 0);
-    message.Save(tree.Path("LOCAL/copy.EML"));
-    EXPECT_EQ(tree.Read("LOCAL/copy.EML"), c.after);
-  }
-  // No temporary files remain.
-  EXPECT_EQ(tree.List("WAIT/u"), std::vector<std::string>{"1.EML"});
-  EXPECT_EQ(tree.List("LOCAL"), std::vector<std::string>{"copy.EML"});
-}
-
-TEST(MessageComponentTest, AddedValuesAreSevenBitOneLineHeaders) {
-  const std::vector<std::string> values = {
-      "(New in white list) R\xe9union \xe0 10h \x80",
-      std::string(30, '\xe9') + " " + std::string(50, 'a') + " \xfc " + std::string(120, '\xe8'),
-      "x\r\nBcc: victim@x.org\r\n\r\nforged body",
-      "\xe9\rBcc: victim@x.org",
-  };
-  TempTree tree;
-  for (const auto& value : values) {
-    SCOPED_TRACE(value);
-    tree.Write("IN/m.EML", "From: a@b.org\r\n\r\nbody");
-    MessageComponent message;
-    ASSERT_EQ(message.Open(tree.Path("IN/m.EML")), 0);
-    message.AddHeader("Subject", value);
-    message.Save(tree.Path("IN/m.EML"));
-    std::string bytes = tree.Read("IN/m.EML");
-    for (unsigned char c : bytes) ASSERT_LT(c, 128);
-    std::vector<std::string> lines = HeaderLines(bytes);
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[0], "From: a@b.org");
-    EXPECT_EQ(lines[1].rfind("Subject: ", 0), 0u);
-    for (size_t i = 2; i < lines.size(); ++i)
-      EXPECT_TRUE(lines[i][0] == ' ' || lines[i][0] == '\t');
-    for (const auto& line : lines) EXPECT_LE(line.size(), 998u);
-    EXPECT_EQ(bytes.substr(bytes.size() - 8), "\r\n\r\nbody");
-    if (value.find('\r') == std::string::npos) {
-      ASSERT_EQ(message.Open(tree.Path("IN/m.EML")), 0);
-      EXPECT_EQ(message.Subject(), value);
-    }
-  }
-}
-
-TEST(MessageComponentTest, FailedSaveRaisesAndLeavesTheFileAsItWas) {
-  const std::string original = "Subject: s\r\n\r\nbody\r\n";
-  struct Fault {
-    FsOp op;
-    int err;
-    int number;  // 0: any
-  } faults[] = {
-      {FsOp::kWrite, ENOSPC, kErrDiskFull},
-      {FsOp::kSync, EIO, 0},
-      {FsOp::kRename, EACCES, kErrPermission},
-  };
-  TempTree tree;
-  for (const auto& f : faults) {
-    SCOPED_TRACE(static_cast<int>(f.op));
-    tree.Write("IN/m.EML", original);
-    MessageComponent message;
-    ASSERT_EQ(message.Open(tree.Path("IN/m.EML")), 0);
-    message.AddHeader("Spam-Quellor", "mark");
-    FaultyFileSystem faulty;
-    ScopedFileSystem scope(&faulty);
-    faulty.FailAlways(f.op, f.err);
-    try {
-      message.Save(tree.Path("IN/m.EML"));
-      ADD_FAILURE() << "no error raised";
-    } catch (const RuntimeError& e) {
-      if (f.number != 0) {
-        EXPECT_EQ(e.number(), f.number);
+    EXPECT_EQ(message.Open(tree.Path("WAIT/u/1.EML")), 0);
+    if (f[1] != "-") message.RemoveHeader("Subject");
+    if (f[1] != "-") message.AddHeader("Subject", f[1]);
+    if (f[2] != "-") message.AddHeader("Spam-Quellor", f[2]);
+    std::string error;
+    {
+      FaultyFileSystem faulty;
+      ScopedFileSystem scope(&faulty);
+      if (f[3] != "-") faulty.FailAlways(faults.at(f[3]).first, faults.at(f[3]).second);
+      try {
+        message.Save(tree.Path("WAIT/u/1.EML"));
+      } catch (const RuntimeError& e) {
+        error = "!" + std::to_string(e.number()) + " " + e.what() + " | ";
       }
     }
-    faulty.Clear();
-    EXPECT_EQ(tree.Read("IN/m.EML"), original);
-    EXPECT_EQ(tree.List("IN"), std::vector<std::string>{"m.EML"});
-  }
+    const std::string saved = tree.Read("WAIT/u/1.EML");
+    EXPECT_EQ(tree.List("WAIT/u").size(), 1u) << "a temporary file";
+    if (!error.empty()) return error + saved;
+    EXPECT_EQ(message.Open(tree.Path("WAIT/u/1.EML")), 0);
+    if (f[1] != "-" && f[1].find('\r') == std::string::npos) {
+      EXPECT_EQ(message.Subject(), f[1]);
+    }
+    message.Save(tree.Path("LOCAL/copy.EML"));
+    EXPECT_EQ(tree.Read("LOCAL/copy.EML"), saved);
+    return saved;
+  });
   // A file changed since it was opened is not overwritten.
+  TempTree tree;
   tree.Write("IN/m.EML", "Subject: first\r\n\r\nbody");
   MessageComponent message;
   ASSERT_EQ(message.Open(tree.Path("IN/m.EML")), 0);

@@ -1,79 +1,98 @@
+// The text, number, date and error helpers; most cases are rows of tests/data/tables/text.tsv.
 #include "platform/text.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
+#include "platform/clock.h"
 #include "platform/errors.h"
+#include "platform/guard.h"
+#include "platform/names.h"
+#include "platform/regional.h"
+#include "support/table.h"
 
 namespace quellor {
 namespace {
 
-TEST(TextCasing, FollowsWindows1252) {
-  struct Case {
-    std::string in, upper;
-  } cases[] = {
-      {"abcxyz09@.", "ABCXYZ09@."},
-      {"\xE9\xE0\xFE\x9A\x9C\x9E\xFF", "\xC9\xC0\xDE\x8A\x8C\x8E\x9F"},
-      {"\xF7\xD7\xDF\xB5", "\xF7\xD7\xDF\xB5"},  // no case pairs
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(UCase(c.in), c.upper) << c.in;
-    EXPECT_EQ(LCase(c.upper), c.in) << c.in;
-  }
+using Fields = std::vector<std::string>;
+
+std::string Number(double v) {
+  std::ostringstream out;
+  out << v;
+  return out.str();
 }
 
-TEST(TextSearch, TrimAndOneBasedPositions) {
-  EXPECT_EQ(Trim("  a b  ") + "|" + Trim("\ta\t") + "|" + LTrim(" a ") + "|" + RTrim(" a "),
-            "a b|\ta\t|a | a");
-  EXPECT_EQ(InStr("abcabc", "c", 4), 6u);
-  EXPECT_EQ(InStr("abc", "x"), 0u);
-  EXPECT_EQ(InStr("abc", "", 2), 2u);
-  EXPECT_EQ(InStr("abc", "a", 5), 0u);
-  EXPECT_EQ(InStrNoCase("xxSubject:", "SUBJECT:"), 3u);
-  EXPECT_EQ(InStrRev("abcabc", "bc"), 5u);
-  EXPECT_EQ(ReplaceAll("Sent Sent sent", "Sent ", "Received "), "Received Received sent");
+// "Y M D h m s" at a UTC offset, in every regional form.
+std::string Regional(const std::string& when, long offset) {
+  int y, mo, d, h, mi, s;
+  std::istringstream(when) >> y >> mo >> d >> h >> mi >> s;
+  FakeClock clock(0, offset);
+  clock.SetLocal(y, mo, d, h, mi, s);
+  const LocalTime t = clock.LocalNow();
+  const int64_t day = DayNumber(t);
+  clock.Advance(std::chrono::seconds(1));
+  const LocalTime next = clock.LocalNow();
+  return GeneralDateTime(t) + " | " + DayFileName(t) + " | " + CompactDate(t) + CompactTime(t) +
+         " | " + StartTimeText(t) + " | " + DayAbbrev(t.weekday) +
+         " | a second on: " + ShortDate(next) +
+         (DayNumber(next) == day + 1 ? ", the next day" : "");
 }
 
-TEST(TextNumbers, ValCIntAndTexts) {
-  struct Case {
-    const char* in;
-    double value;
-  } cases[] = {
-      {"", 0},     {"  42abc", 42}, {"-7", -7},   {"25.5", 25.5}, {"1 2 3", 1},
-      {"\t9", 0},  {"&H1F", 31},    {"&O17", 15}, {"1e3", 1},     {"12.5.6", 12.5},
-      {".5", 0.5}, {"- 4", 0},      {"x12", 0},
-  };
-  for (const auto& c : cases) EXPECT_DOUBLE_EQ(Val(c.in), c.value) << c.in;
-  // Halves go to the even neighbour; outside 16 bits is an overflow.
-  EXPECT_EQ(CInt16(25.5), 26);
-  EXPECT_EQ(CInt16(-2.5), -2);
-  EXPECT_EQ(CInt16(-32768), -32768);
-  for (double v : {32767.5, -32769.0}) {
-    try {
-      CInt16(v);
-      ADD_FAILURE() << v;
-    } catch (const RuntimeError& e) {
-      EXPECT_EQ(e.number(), kErrOverflow);
-      EXPECT_EQ(e.description(), "Overflow");
-    }
-  }
-  EXPECT_EQ(DecimalText(-2) + "|" + SignedText(3) + "|" + SignedText(-1), "-2| 3|-1");
+TEST(TextFunctions, Table) {
+  const std::map<std::string, int> errnos = {
+      {"ENOSPC", ENOSPC}, {"EACCES", EACCES}, {"EEXIST", EEXIST}};
+  testing::CheckFunctions(
+      "text",
+      {{"UCase", [](const Fields& f) { return UCase(f[0]); }},
+       {"LCase", [](const Fields& f) { return LCase(f[0]); }},
+       {"Trim", [](const Fields& f) { return Trim(f[0]); }},
+       {"LTrim", [](const Fields& f) { return LTrim(f[0]); }},
+       {"RTrim", [](const Fields& f) { return RTrim(f[0]); }},
+       {"InStr",
+        [](const Fields& f) {
+          return std::to_string(InStr(f[0], f[1], f.size() > 2 ? std::stoul(f[2]) : 1));
+        }},
+       {"InStrNoCase", [](const Fields& f) { return std::to_string(InStrNoCase(f[0], f[1])); }},
+       {"InStrRev", [](const Fields& f) { return std::to_string(InStrRev(f[0], f[1])); }},
+       {"ReplaceAll", [](const Fields& f) { return ReplaceAll(f[0], f[1], f[2]); }},
+       {"Val", [](const Fields& f) { return Number(Val(f[0])); }},
+       {"CInt16", [](const Fields& f) { return std::to_string(CInt16(std::stod(f[0]))); }},
+       {"DecimalText", [](const Fields& f) { return DecimalText(std::stod(f[0])); }},
+       {"SignedText", [](const Fields& f) { return SignedText(std::stol(f[0])); }},
+       {"Utf8ToCp1252", [](const Fields& f) { return Utf8ToCp1252(f[0]); }},
+       {"Cp1252ToUtf8", [](const Fields& f) { return Cp1252ToUtf8(f[0]); }},
+       {"ToCp1252", [](const Fields& f) { return ToCp1252(f[0], f[1].c_str()); }},
+       {"ErrorDescription", [](const Fields& f) { return ErrorDescription(std::stoi(f[0])); }},
+       {"ErrorNumberFromErrno",
+        [&](const Fields& f) { return std::to_string(ErrorNumberFromErrno(errnos.at(f[0]))); }},
+       {"Regional", [](const Fields& f) { return Regional(f[0], std::stol(f[1])); }},
+       {"MatchesPattern",
+        [](const Fields& f) { return MatchesPattern(f[0], f[1]) ? "match" : "no"; }},
+       {"NameLess", [](const Fields& f) { return NameLess(f[0], f[1]) ? "less" : "no"; }}});
 }
 
-TEST(TextCodePage, ConvertsBetweenUtf8AndWindows1252) {
-  EXPECT_EQ(Utf8ToCp1252("Caf\xC3\xA9 \xE2\x82\xAC"), "Caf\xE9 \x80");
-  EXPECT_EQ(Utf8ToCp1252("\xE4\xB8\xAD a\xFF"), "? a?");  // not in the page, broken UTF-8
-  EXPECT_EQ(Cp1252ToUtf8("Caf\xE9 \x80"), "Caf\xC3\xA9 \xE2\x82\xAC");
-  EXPECT_EQ(ToCp1252("Caf\xE9", "iso-8859-1"), "Caf\xE9");
-  EXPECT_EQ(ToCp1252("x", "no-such-charset"), "x");
-}
-
-TEST(Errors, ClassicDescriptionsAndErrnoMapping) {
-  EXPECT_EQ(ErrorDescription(76), "Path not found");
-  EXPECT_EQ(ErrorNumberFromErrno(ENOSPC), 61);
-  EXPECT_EQ(ErrorNumberFromErrno(EACCES), 70);
-  EXPECT_EQ(ErrorNumberFromErrno(EEXIST), 58);
+TEST(GuardTest, LogsAndCarriesOn) {
+  std::vector<std::string> lines;
+  int marker = 3;
+  Guard guard(
+      [&](const std::string& label, int n, const std::string& d) {
+        lines.push_back(label + "|" + std::to_string(n) + "|" + d);
+      },
+      std::function<std::string()>([&] { return "Q - errseek =" + std::to_string(marker); }));
+  EXPECT_FALSE(guard([] { Raise(kErrFileNotFound); }));
+  marker = 14;
+  EXPECT_FALSE(guard([] { throw std::out_of_range("x"); }));
+  int reached = 0;
+  EXPECT_TRUE(guard([&] { ++reached; }));
+  EXPECT_EQ(reached, 1);
+  EXPECT_EQ(lines, (std::vector<std::string>{"Q - errseek =3|53|File not found",
+                                             "Q - errseek =14|9|Subscript out of range"}));
+  EXPECT_EQ(guard.last_number(), 9);
 }
 
 }  // namespace

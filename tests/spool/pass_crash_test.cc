@@ -1,6 +1,6 @@
 // A pass killed at any moment never loses a message: a child process runs passes over a queue
-// of 200 pairs and is killed at random moments; after every kill each message is still in IN/,
-// delivered in LOCAL/ or held in WAIT/, and once the passes run to their end every recipient
+// of 200 pairs and kills itself at a random file call; after every kill each message is still in
+// IN/, delivered in LOCAL/ or held in WAIT/, and once the passes run to their end every recipient
 // has its copy.
 
 #include <gtest/gtest.h>
@@ -8,20 +8,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <map>
-#include <optional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/fs.h"
 #include "platform/names.h"
-#include "spool/pass.h"
 #include "spool/queued_tokens.h"
+#include "support/passes.h"
 #include "support/temp_tree.h"
 
 namespace quellor::testing {
@@ -31,32 +26,23 @@ constexpr int kMessages = 200;
 
 // A killed process loses nothing of what it wrote (the kernel keeps it), so the child skips the
 // flushes to the disk: what is tested is the order in which files are written and removed. The
-// child kills itself at a chosen opening, write, removal or renaming (0: never), so where it
-// stops does not depend on how fast the machine is.
-class NoSyncFileSystem : public FileSystem {
+// child kills itself at a chosen opening, write, removal, renaming or link (0: never), so where
+// it stops does not depend on how fast the machine is.
+class KillingFileSystem : public NoSyncFileSystem {
  public:
-  explicit NoSyncFileSystem(long kill_at) : kill_at_(kill_at) {}
-  int Fsync(int) override { return 0; }
-  int SyncDir(const std::string&) override { return 0; }
+  explicit KillingFileSystem(long kill_at) : kill_at_(kill_at) {}
   int Open(const std::string& p, int flags, int mode) override {
-    Count();
-    return FileSystem::Open(p, flags, mode);
+    return Count(), FileSystem::Open(p, flags, mode);
   }
   long Write(int fd, const void* buf, size_t n) override {
-    Count();
-    return FileSystem::Write(fd, buf, n);
+    return Count(), FileSystem::Write(fd, buf, n);
   }
-  int Unlink(const std::string& p) override {
-    Count();
-    return FileSystem::Unlink(p);
-  }
+  int Unlink(const std::string& p) override { return Count(), FileSystem::Unlink(p); }
   int Rename(const std::string& f, const std::string& t) override {
-    Count();
-    return FileSystem::Rename(f, t);
+    return Count(), FileSystem::Rename(f, t);
   }
   int Link(const std::string& f, const std::string& t) override {
-    Count();
-    return FileSystem::Link(f, t);
+    return Count(), FileSystem::Link(f, t);
   }
 
  private:
@@ -69,49 +55,24 @@ class NoSyncFileSystem : public FileSystem {
 
 // The child: passes like the scheduler's ticks until the queue is empty.
 [[noreturn]] void RunPasses(const std::string& root, long kill_at) {
-  NoSyncFileSystem no_sync(kill_at);
+  KillingFileSystem no_sync(kill_at);
   SetFileSystem(&no_sync);
   SystemClock clock;
   RecordingSleeper sleeper;
   Context ctx(root, clock, sleeper);
   ctx.pause_ms = 0;
-  ForgetNameIndexes();
-  for (;;) {
-    WindowModel& w = ctx.window;
-    w.File1.Clear();
-    for (const auto& name : ListFiles(ctx.Path("IN"), "*.EML")) w.File1.Add(name);
-    if (w.File1.size() == 0) break;
-    w.total.Set(std::to_string(w.File1.size()));
-    quellor(ctx);
-  }
+  do {
+    TimerPass(ctx);
+  } while (ctx.window.File1.size() > 0);
   _exit(0);
 }
 
-// Puts the temporary trees into memory where it can (a killed process loses nothing the
-// kernel has, so the file system makes no difference here, only the test's speed).
-class InMemoryTrees {
- public:
-  InMemoryTrees() {
-    if (const char* old = std::getenv("TMPDIR")) saved_ = old;
-    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
-  }
-  ~InMemoryTrees() {
-    if (saved_) {
-      setenv("TMPDIR", saved_->c_str(), 1);
-    } else {
-      unsetenv("TMPDIR");
-    }
-  }
-
- private:
-  std::optional<std::string> saved_;
-};
-
 TEST(PassCrashTest, KilledPassesNeverLoseAMessage) {
-  InMemoryTrees in_memory;
   for (const unsigned seed : {7u, 1234u, 99991u}) {
     SCOPED_TRACE(seed);
-    TempTree tree;
+    // In memory: a killed process loses nothing the kernel has, so the file system makes no
+    // difference here, only the test's speed.
+    TempTree tree(/*in_memory=*/true);
     const std::vector<Queued> queue = FillQueue(tree, kMessages);
     std::mt19937 rng(seed);
     const auto run = [&](bool kill_it) {

@@ -9,7 +9,7 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "support/scenario.h"
@@ -58,7 +58,9 @@ int Spawn(const std::vector<std::string>& args, const std::string& log) {
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::ostringstream bytes;
+  bytes << in.rdbuf();  // a folder reads as nothing
+  return bytes.str();
 }
 
 bool WaitUntil(const std::function<bool()>& done, std::chrono::seconds deadline) {

@@ -12,18 +12,13 @@
 #include <sstream>
 #include <string_view>
 
+#include "support/process.h"
+
 namespace quellor::testing {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
 
 // Blank-separated words; a word in double quotes keeps its blanks.
 std::vector<std::string> Words(const std::string& line) {
@@ -133,7 +128,7 @@ std::map<std::string, std::string> Contents(const std::string& root) {
     } else if (e.is_directory()) {
       out[rel + "/"] = "";
     } else {
-      out[rel] = e.is_regular_file() ? ReadAll(e.path()) : "@fifo";
+      out[rel] = e.is_regular_file() ? ReadFile(e.path()) : "@fifo";
     }
   }
   return out;
@@ -147,7 +142,7 @@ void Scenario::Snapshot() {
 
 std::string Scenario::Run(const std::string& in_path) {
   Snapshot();
-  std::istringstream in(ReadAll(in_path));
+  std::istringstream in(ReadFile(in_path));
   std::string file, bytes, last;
   bool raw = false;
   auto flush = [&] {
@@ -224,42 +219,31 @@ void Scenario::Check(const std::string& ref_path, const std::string& result) {
     std::ofstream(ref_path, std::ios::binary) << result;
     return;
   }
-  EXPECT_EQ(ReadAll(ref_path), result) << "differs from " << ref_path;
+  EXPECT_EQ(ReadFile(ref_path), result) << "differs from " << ref_path;
 }
 
 std::string WindowText(const WindowModel& w) {
   std::string out;
-  const std::pair<const char*, const Counter*> counters[] = {
-      {"Forward", &w.Forward},
-      {"Learn", &w.Learn},
-      {"Ignore", &w.Ignore},
-      {"Validations", &w.Validations},
-      {"purged", &w.purged},
-      {"invalid", &w.invalid},
-      {"todayforward", &w.todayforward},
-      {"todaylearn", &w.todaylearn},
-      {"todayignore", &w.todayignore},
-      {"todayvalidations", &w.todayvalidations},
-      {"todaypurged", &w.todaypurged},
-      {"todayinvalid", &w.todayinvalid},
-      {"total", &w.total},
-      {"kelpo", &w.kelpo}};
-  for (const auto& [name, counter] : counters) {
-    if (counter->text() != "0") out += std::string(name) + "=" + counter->text() + "\n";
+  std::istringstream counter_names(
+      "Forward Learn Ignore Validations purged invalid todayforward todaylearn todayignore "
+      "todayvalidations todaypurged todayinvalid total kelpo");
+  for (const Counter* counter :
+       {&w.Forward, &w.Learn, &w.Ignore, &w.Validations, &w.purged, &w.invalid, &w.todayforward,
+        &w.todaylearn, &w.todayignore, &w.todayvalidations, &w.todaypurged, &w.todayinvalid,
+        &w.total, &w.kelpo}) {
+    std::string name;
+    counter_names >> name;
+    if (counter->text() != "0") out += name + "=" + counter->text() + "\n";
   }
-  const std::pair<const char*, const ListModel*> lists[] = {{"List1", &w.List1},
-                                                            {"List2", &w.List2},
-                                                            {"List3", &w.List3},
-                                                            {"purgedlist", &w.purgedlist},
-                                                            {"domainlist", &w.domainlist},
-                                                            {"outlist", &w.outlist},
-                                                            {"File1", &w.File1}};
-  for (const auto& [name, list] : lists) {
+  std::istringstream list_names("List1 List2 List3 purgedlist domainlist outlist File1");
+  for (const ListModel* list :
+       {&w.List1, &w.List2, &w.List3, &w.purgedlist, &w.domainlist, &w.outlist, &w.File1}) {
+    std::string name;
+    list_names >> name;
     const auto& items = list->items();
     for (size_t i = 0, n; i < items.size(); i += n) {
       for (n = 1; i + n < items.size() && items[i + n] == items[i];) ++n;
-      out += std::string(name) + ": " + items[i];
-      out += n > 1 ? " (" + std::to_string(n) + " times)\n" : "\n";
+      out += name + ": " + items[i] + (n > 1 ? " (" + std::to_string(n) + " times)\n" : "\n");
     }
   }
   return out;

@@ -64,4 +64,13 @@ void CheckTable(const std::string& name,
   if (bless) std::ofstream(path, std::ios::binary) << blessed;
 }
 
+void CheckFunctions(const std::string& name,
+                    const std::map<std::string, TableFunction>& functions) {
+  CheckTable(name, [&](const std::vector<std::string>& f) -> std::string {
+    const auto it = functions.find(f[0]);
+    if (it == functions.end()) return "!no function " + f[0];
+    return it->second(std::vector<std::string>(f.begin() + 1, f.end()));
+  });
+}
+
 }  // namespace quellor::testing

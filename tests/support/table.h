@@ -4,6 +4,7 @@
 // beginning with "#" are comments. QUELLOR_BLESS=1 rewrites the expected fields.
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,5 +15,9 @@ namespace quellor::testing {
 // every difference fails, named by file and line.
 void CheckTable(const std::string& name,
                 const std::function<std::string(const std::vector<std::string>&)>& f);
+
+// A table whose first field names which of `functions` a case calls, with the fields after it.
+using TableFunction = std::function<std::string(const std::vector<std::string>&)>;
+void CheckFunctions(const std::string& name, const std::map<std::string, TableFunction>& functions);
 
 }  // namespace quellor::testing

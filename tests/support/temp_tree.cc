@@ -12,20 +12,22 @@
 #include <stdexcept>
 
 #include "platform/names.h"
+#include "support/process.h"
 
 namespace quellor::testing {
 
 namespace {
-std::string MakeRoot() {
+std::string MakeRoot(bool in_memory) {
   const char* base = std::getenv("TMPDIR");
+  if (in_memory && access("/dev/shm", W_OK) == 0) base = "/dev/shm";
   std::string tmpl = std::string(base ? base : "/tmp") + "/quellor-test-XXXXXX";
   if (!mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
   return tmpl + "/";
 }
 }  // namespace
 
-TempTree::TempTree()
-    : clock(0, 3600), sleeper(&clock), ctx(MakeRoot(), clock, sleeper), root_(ctx.root) {
+TempTree::TempTree(bool in_memory)
+    : clock(0, 3600), sleeper(&clock), ctx(MakeRoot(in_memory), clock, sleeper), root_(ctx.root) {
   clock.SetLocal(2026, 11, 16, 10, 0, 0);
   for (const char* d :
        {"IN", "LOCAL", "OUT", "WAIT", "DEBUG", "Users", "SYSTEM", "LOG", "LOG/quellor"}) {
@@ -54,24 +56,15 @@ void TempTree::WriteLines(std::string_view relative, const std::vector<std::stri
 }
 
 std::string TempTree::Read(std::string_view relative) const {
-  std::ifstream in(Path(relative), std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return ReadFile(Path(relative));
 }
 
 std::vector<std::string> TempTree::ReadLines(std::string_view relative) const {
-  std::string bytes = Read(relative);
+  const std::string bytes = Read(relative);
   std::vector<std::string> lines;
-  size_t start = 0;
-  while (start < bytes.size()) {
-    size_t end = bytes.find("\r\n", start);
-    if (end == std::string::npos) {
-      lines.push_back(bytes.substr(start));
-      break;
-    }
-    lines.push_back(bytes.substr(start, end - start));
-    start = end + 2;
+  for (size_t at = 0, end; at < bytes.size(); at = end + 2) {
+    end = std::min(bytes.find("\r\n", at), bytes.size());
+    lines.push_back(bytes.substr(at, end - at));
   }
   return lines;
 }

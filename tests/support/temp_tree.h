@@ -14,8 +14,9 @@ namespace quellor::testing {
 class TempTree {
  public:
   // Creates every folder of an installation (IN, LOCAL, OUT, WAIT, DEBUG, Users, SYSTEM, LOG,
-  // LOG/quellor) under a new temporary root. The clock reads 16/11/2026 10:00:00, zone +01:00.
-  TempTree();
+  // LOG/quellor) under a new temporary root, in memory (/dev/shm) when asked and possible. The
+  // clock reads 16/11/2026 10:00:00, zone +01:00.
+  explicit TempTree(bool in_memory = false);
   ~TempTree();
   TempTree(const TempTree&) = delete;
   TempTree& operator=(const TempTree&) = delete;

@@ -68,7 +68,6 @@ void Deliver(PassRun& p, DeliveryRoute route) {
   TextFile envelope;
   p.BeginCopy();
   p.Step([&] { envelope = OpenNewFile(ctx, local + ".WAI", 1); });
-  if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(OneLine(s.sender)); });
   p.Step([&] { envelope.WriteLine(OneLine(s.recipient)); });
   p.Step([&] { envelope.Close(); });

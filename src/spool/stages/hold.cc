@@ -25,23 +25,15 @@ void WriteHeld(PassRun& p, const std::string& folder) {
   PassState& s = p.s;
   p.Mark(2503);
   p.BeginCopy();
-  p.Step([&] {
-    const std::string dir = folder.substr(0, folder.size() - 1);
-    if (!FolderExists(dir)) {
-      MakeFolder(dir);
-      p.WroteFolder(ResolveExisting(dir).value_or(dir));
-    }
-  });
+  p.Step([&] { MakeMissingFolder(ctx, folder.substr(0, folder.size() - 1)); });
   p.Mark(2504);
   TextFile envelope;
   p.Step([&] { envelope = OpenFile(ctx, folder + s.wait_id + ".WAI", "OUTPUT", 2); });
-  if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(OneLine(s.sender)); });
   p.Step([&] { envelope.WriteLine(OneLine(s.recipient)); });
   p.Step([&] { envelope.WriteLine(OneLine(s.subject)); });
   p.Step([&] { envelope.Close(); });
   p.Step([&] { CopyFile(ctx, ctx.Path("IN/" + s.message_file), folder + s.message_file); });
-  p.Wrote(folder + s.message_file);
   p.EndCopy();
   p.Mark(2505);
   p.Step([&] {
@@ -85,11 +77,7 @@ void Hold(PassRun& p, bool validation_off) {
   Context& ctx = p.ctx;
   PassState& s = p.s;
   p.Mark(2501);
-  p.Step([&] {
-    const std::string name = Trim(s.message_file);
-    if (name.size() < 4) Raise(kErrInvalidCall);
-    s.wait_id = name.substr(0, name.size() - 4);
-  });
+  p.Step([&] { s.wait_id = WithoutExtension(Trim(s.message_file)); });
   p.Mark(2502);
 
   // A mailbox name that could leave WAIT/ has no waiting area.

@@ -7,7 +7,9 @@
 #include "platform/files.h"
 #include "platform/message.h"
 #include "platform/names.h"
+#include "spool/address.h"
 #include "spool/ids.h"
+#include "spool/lists.h"
 
 namespace quellor {
 
@@ -46,11 +48,7 @@ void WriteLocalMessage(PassRun& p, const std::string& message, const std::string
   // Flushed under its work name, so the name .EML never stands for a file not on the disk.
   const bool flushed = p.Step([&] { SyncFile(local + ".TMP"); });
   p.Step([&] { NameFile(ctx, local + ".TMP", local + ".EML"); });
-  if (flushed) {
-    p.WroteFlushed(local + ".EML");
-  } else {
-    p.Wrote(local + ".EML");
-  }
+  if (flushed) ctx.NoteFlushed(local + ".EML");
 }
 
 bool OpenForMarking(PassRun& p, const std::string& message) {
@@ -60,6 +58,30 @@ bool OpenForMarking(PassRun& p, const std::string& message) {
   if (!small) return false;
   p.Step([&] { status = p.ctx.component().Open(message); });
   return status == 0;
+}
+
+bool WhiteListed(PassRun& p, const std::string& user, const std::string& sender) {
+  Context& ctx = p.ctx;
+  const std::string users = ctx.Path(ctx.users + "/");
+  bool own = false;
+  bool all = false;
+  bool domain = false;
+  p.Step([&] { own = buscaenlista(ctx, users + user + ".WLT", sender); });
+  p.Step([&] { all = buscaenlista(ctx, users + "@.WLT", sender); });
+  p.Step([&] { domain = buscaenlista(ctx, users + "@" + DomainOf(user) + ".WLT", sender); });
+  return own || all || domain;
+}
+
+void AppendListLine(PassRun& p, const std::string& path, const std::string& entry) {
+  bool unended = false;
+  TextFile list;
+  p.Step([&] { unended = LastLineUnended(path); });
+  p.Step([&] { list = OpenFile(p.ctx, path, "APPEND", 2); });
+  p.Step([&] {
+    if (unended) list.WriteLine("");
+    list.WriteLine(OneLine(entry));
+  });
+  p.Step([&] { list.Close(); });
 }
 
 }  // namespace quellor

@@ -29,7 +29,6 @@ void Provision(PassRun& p) {
       const std::string entry = LCase(Trim(list.ReadLine()));
       if (domain == entry) {
         CopyFile(ctx, ctx.Path("SYSTEM/NEW_USER.CONF"), conf);
-        p.Wrote(ResolveExisting(conf).value_or(conf));
         done = true;
       }
       // The list is kept sorted: a greater entry means the domain is not listed.

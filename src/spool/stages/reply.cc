@@ -1,9 +1,6 @@
 // Validation replies: a reply naming a held message releases every message that the held
 // message's sender has waiting for that recipient, and white-lists that sender.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <string>
 #include <vector>
 
@@ -97,7 +94,7 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   });
 
   const std::string envelope = Actual(folder + held.name);
-  const std::string message = Actual(folder + held.name.substr(0, held.name.size() - 4) + ".EML");
+  const std::string message = Actual(folder + WithoutExtension(held.name) + ".EML");
   std::string newid;
   p.Step([&] { newid = FreeQueueName(ctx, "LOCAL/"); });
   p.Mark(18);
@@ -108,7 +105,6 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   const std::string local_envelope = local + ".WAI";
   const std::string local_message = local + ".EML";
   p.Step([&] { CopyNewFile(ctx, envelope, local_envelope); });
-  p.Wrote(local_envelope);
   WriteLocalMessage(p, message, local);
 
   // The held pair goes only once both copies are safely on the disk: a copy that gave up must
@@ -129,49 +125,14 @@ void Release(PassRun& p, const std::string& folder, const HeldEnvelope& held,
   });
 }
 
-// True when the file's last line lacks its line end: an entry appended as it stands would be
-// glued to that line and spoil both entries.
-bool LastLineUnended(const std::string& path) {
-  const auto actual = ResolveExisting(path);
-  if (!actual) return false;
-  const int fd = Fs().Open(*actual, O_RDONLY | O_CLOEXEC, 0);
-  if (fd < 0) return false;
-  struct stat st {};
-  char last = '\n';
-  if (Fs().Fstat(fd, &st) == 0 && st.st_size > 0 &&
-      Fs().Pread(fd, &last, 1, static_cast<long>(st.st_size - 1)) != 1) {
-    last = '\n';
-  }
-  Fs().Close(fd);
-  return last != '\n' && last != '\r';
-}
-
 // Puts the held sender on the recipient's own white list unless some white list has it.
 void WhiteList(PassRun& p, const std::string& held_sender) {
   Context& ctx = p.ctx;
   const std::string users = ctx.Path(ctx.users + "/");
   const std::string own = users + p.s.user + ".WLT";
-  bool in_own = false;
-  bool in_all = false;
-  bool in_domain = false;
-  // Each list is always searched.
-  p.Step([&] { in_own = buscaenlista(ctx, own, held_sender); });
-  p.Step([&] { in_all = buscaenlista(ctx, users + "@.WLT", held_sender); });
-  p.Step([&] {
-    in_domain = buscaenlista(ctx, users + "@" + DomainOf(p.s.user) + ".WLT", held_sender);
-  });
-  if (in_own || in_all || in_domain) return;
+  if (WhiteListed(p, p.s.user, held_sender)) return;
 
-  bool unended = false;
-  TextFile list;
-  p.Step([&] { unended = LastLineUnended(own); });
-  p.Step([&] { list = OpenFile(ctx, own, "APPEND", 2); });
-  p.Step([&] {
-    if (unended) list.WriteLine("");
-    list.WriteLine(OneLine(held_sender));
-  });
-  p.Step([&] { list.Close(); });
-  p.Wrote(Actual(own));
+  AppendListLine(p, own, held_sender);
 }
 
 }  // namespace

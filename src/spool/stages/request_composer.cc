@@ -51,7 +51,6 @@ void ComposeRequest(PassRun& p) {
   // The envelope first: the host server takes a pair only once its message file has its name.
   TextFile envelope;
   p.Step([&] { envelope = OpenNewFile(ctx, stem + ".WAI", 1); });
-  if (envelope.is_open()) p.Wrote(envelope.path());
   p.Step([&] { envelope.WriteLine(recipient); });
   p.Step([&] { envelope.WriteLine(to); });
   p.Step([&] { envelope.Close(); });
@@ -122,15 +121,8 @@ void ComposeRequest(PassRun& p) {
   p.Step([&] { msg.Close(); });
 
   // Composed under .TMP and named .EML last, so the host server never sends half a request.
+  // A request left as .TMP (naming gave up) is kept on the disk all the same.
   p.Step([&] { NameFile(ctx, stem + ".TMP", stem + ".EML"); });
-  p.Step([&] {
-    // A request left as .TMP (naming gave up) is kept on the disk all the same.
-    if (const auto tmp = ResolveExisting(stem + ".TMP")) {
-      p.Wrote(*tmp);
-    } else if (const auto eml = ResolveExisting(stem + ".EML")) {
-      p.Wrote(*eml);
-    }
-  });
 }
 
 }  // namespace quellor

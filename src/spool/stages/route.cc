@@ -65,11 +65,7 @@ void LearnMode(PassRun& p, const std::string& users) {
       file.Close();
     });
     if (!known) {
-      TextFile file;
-      p.Step([&] { file = OpenFile(ctx, learned, "APPEND", 2); });
-      p.Step([&] { file.WriteLine(OneLine(s.sender)); });
-      p.Step([&] { file.Close(); });
-      p.Wrote(ResolveExisting(learned).value_or(learned));
+      AppendListLine(p, learned, s.sender);
     }
   }
   p.Mark(24);
@@ -77,20 +73,13 @@ void LearnMode(PassRun& p, const std::string& users) {
 }
 
 // Protection mode: white-listed senders are delivered, everybody else is held and challenged.
-void ProtectionMode(PassRun& p, const std::string& users, bool validation_off) {
+void ProtectionMode(PassRun& p, bool validation_off) {
   Context& ctx = p.ctx;
   PassState& s = p.s;
   p.Step([&] { ctx.window.Ignore.Increment(); });
   p.Step([&] { ctx.window.todayignore.Increment(); });
   p.Mark(25);
-  // Each of the three lists is always searched.
-  bool own = false;
-  bool all = false;
-  bool domain = false;
-  p.Step([&] { own = buscaenlista(ctx, users + s.user + ".WLT", s.sender); });
-  p.Step([&] { all = buscaenlista(ctx, users + "@.WLT", s.sender); });
-  p.Step([&] { domain = buscaenlista(ctx, users + "@" + DomainOf(s.user) + ".WLT", s.sender); });
-  if (own || all || domain) {
+  if (WhiteListed(p, s.user, s.sender)) {
     Deliver(p, DeliveryRoute::kWhiteListed);
   } else {
     Hold(p, validation_off);
@@ -122,7 +111,7 @@ void RouteRecipient(PassRun& p) {
   if (config.mode == "LEARN") {
     LearnMode(p, users);
   } else if (config.mode == "QUELLOR") {
-    ProtectionMode(p, users, config.validation_off);
+    ProtectionMode(p, config.validation_off);
   } else {
     Deliver(p, DeliveryRoute::kForwardConfigured);
   }
