@@ -9,28 +9,20 @@
 
 #include <cerrno>
 #include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/fs.h"
+#include "support/table.h"
 #include "support/temp_tree.h"
 
 namespace quellor {
 namespace {
 
+using testing::ErrorOf;
 using testing::TempTree;
-
-int ErrorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 struct timespec StampOf(const std::string& path) {
   struct stat st;
@@ -146,7 +138,8 @@ TEST(UnsafePaths, AreNeverResolvedNorCreated) {
   EXPECT_EQ(t.Read("IN/a.EML"), "x");
 }
 
-// The listing's order is NameLess's, and names equal but for case come lowest bytes first.
+// The listing's order is NameLess's, and names equal but for case come lowest bytes first; hidden
+// names, folders and longer extensions are left out.
 TEST(Patterns, ListingOrderIsNameOrder) {
   TempTree t;
   const std::vector<std::string> sorted = {"1.eml",         "a.EML",        "a_x.eml", "aB.eml",
@@ -154,6 +147,8 @@ TEST(Patterns, ListingOrderIsNameOrder) {
                                            "\xC9t\xE9.eml", "\xE9t\xE9.EML"};
   for (auto it = sorted.rbegin(); it != sorted.rend(); ++it) t.Write("IN/" + *it, "x");
   t.Write("IN/.hidden.eml", "x");
+  t.Write("IN/a.EMLX", "x");
+  t.MakeFolder("IN/dir.EML");
   EXPECT_EQ(ListFiles(t.Path("IN"), "*.EML"), sorted);
 }
 

@@ -73,4 +73,13 @@ void CheckFunctions(const std::string& name,
   });
 }
 
+int ErrorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
 }  // namespace quellor::testing

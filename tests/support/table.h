@@ -20,4 +20,7 @@ void CheckTable(const std::string& name,
 using TableFunction = std::function<std::string(const std::vector<std::string>&)>;
 void CheckFunctions(const std::string& name, const std::map<std::string, TableFunction>& functions);
 
+// The number of the run-time error `f` raises, 0 when it raises none.
+int ErrorOf(const std::function<void()>& f);
+
 }  // namespace quellor::testing
