@@ -214,20 +214,6 @@ TEST_F(StatusListenerTest, ClientThatNeverReadsDoesNotStallTheLoopAndIsDroppedAf
   EXPECT_EQ(Query(port), big);
 }
 
-TEST_F(StatusListenerTest, BurstOfConnectionsLeavesTimersRunningAndTheServiceAnswering) {
-  loop.Do([&] { Tick(); });
-  asio::io_context io;
-  std::vector<std::unique_ptr<tcp::socket>> held;
-  for (int i = 0; i < 200; ++i) {
-    held.push_back(std::make_unique<tcp::socket>(io));
-    boost::system::error_code ec;
-    held.back()->connect(Local(port), ec);  // kept open and never read
-  }
-  EXPECT_TRUE(WaitTicks(5));
-  held.clear();
-  EXPECT_EQ(Query(port), reply);
-}
-
 TEST_F(StatusListenerTest, PortHeldByAnotherProgramIsRetriedUntilFree) {
   loop.Do([&] { listener->Close(); });
   asio::io_context io;
@@ -235,12 +221,7 @@ TEST_F(StatusListenerTest, PortHeldByAnotherProgramIsRetriedUntilFree) {
       std::make_unique<tcp::acceptor>(io, tcp::endpoint(asio::ip::address_v4::any(), port));
   const int number = loop.Do([&] {
     listener->set_retry_interval(20ms);
-    try {
-      listener->Listen();
-    } catch (const RuntimeError& e) {
-      return e.number();
-    }
-    return 0;
+    return testing::ErrorOf([&] { listener->Listen(); });
   });
   EXPECT_EQ(number, 10048);  // "Address in use"
   EXPECT_FALSE(Listening());
@@ -346,30 +327,17 @@ TEST_F(WindowPageTest, RequestsNeedTokenOriginAndHost) {
 TEST(StatusReply, ReplyThenCountersThenListsInOrder) {
   WindowModel w;
   w.starttime = "16 Nov 2026 08:05:09";
-  for (const auto& [counter, value] :
-       std::vector<std::pair<Counter*, const char*>>{{&w.Forward, "132"},
-                                                     {&w.Ignore, "57"},
-                                                     {&w.Validations, "9"},
-                                                     {&w.purged, "3"},
-                                                     {&w.todayignore, "4"},
-                                                     {&w.todayvalidations, "1"},
-                                                     {&w.invalid, "2"},
-                                                     {&w.todayinvalid, "1"},
-                                                     {&w.total, "2"},
-                                                     {&w.kelpo, "5"}}) {
-    counter->Set(value);
-  }
-  for (const auto& [list, item] :
-       std::vector<std::pair<ListModel*, const char*>>{{&w.domainlist, "x.org:12"},
-                                                       {&w.domainlist, "y.org: 0"},
-                                                       {&w.outlist, "x.org:3"},
-                                                       {&w.List1, "postmaster@x.org"},
-                                                       {&w.List2, "e1"},
-                                                       {&w.List2, "e2"},
-                                                       {&w.List3, "w1"},
-                                                       {&w.purgedlist, "p1"}}) {
-    list->Add(item);
-  }
+  const std::pair<Counter*, const char*> counters[] = {
+      {&w.Forward, "132"}, {&w.Ignore, "57"},      {&w.Validations, "9"},
+      {&w.purged, "3"},    {&w.todayignore, "4"},  {&w.todayvalidations, "1"},
+      {&w.invalid, "2"},   {&w.todayinvalid, "1"}, {&w.total, "2"},
+      {&w.kelpo, "5"}};
+  for (const auto& [counter, value] : counters) counter->Set(value);
+  ListModel* lists[] = {&w.domainlist, &w.domainlist, &w.outlist, &w.List1,
+                        &w.List2,      &w.List2,      &w.List3,   &w.purgedlist};
+  const char* items[] = {"x.org:12", "y.org: 0", "x.org:3", "postmaster@x.org",
+                         "e1",       "e2",       "w1",      "p1"};
+  for (size_t i = 0; i < std::size(items); ++i) lists[i]->Add(items[i]);
   const std::string dump = BuildStateDump(w);
   testing::CheckGolden("status/state_dump.txt", dump);
   EXPECT_EQ(BuildStatusReply(w), dump.substr(0, dump.find("INVALID=")));
