@@ -1,7 +1,6 @@
 // Mail encodings and dates: decoding subjects, quoted-printable and base64, and the Date header.
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -27,25 +26,20 @@ class MailTest : public ::testing::Test {
 TEST_F(MailTest, Tables) {
   CheckTable("decode_subject", [&](const auto& f) {
     ctx.window.List2.Clear();
-    const std::string decoded = DecodeSubject(ctx, f[0]);
-    return decoded + (ctx.window.List2.size() ? " (warned)" : "");
+    ctx.window.List2.Add("earlier");
+    std::string decoded = DecodeSubject(ctx, f[0]);
+    for (size_t i = 1; i < ctx.window.List2.size(); ++i) decoded += " | " + ctx.window.List2.At(i);
+    return decoded;
   });
   CheckTable("decode_qp", [](const auto& f) { return DecodeQP(f[0]); });
   CheckTable("hex_value", [](const auto& f) { return std::to_string(HexValue(f[0])); });
   CheckTable("encode_qp", [](const auto& f) { return EncodeQP(f[0]); });
-  EXPECT_EQ(EncodeQP(""), "");
   CheckTable("base64_decode", [](const auto& f) { return Base64Class().DecodeToString(f[0]); });
+  CheckTable("base64_encode", [](const auto& f) { return Base64Class().EncodeString(f[0]); });
   CheckTable("time_zone", [&](const auto& f) {
     clock.SetOffset(std::stol(f[0]));
     return TimeZone(ctx);
   });
-}
-
-TEST_F(MailTest, WarningLineIsAppendedWithDateTimeAndSubject) {
-  ctx.window.List2.Add("earlier");
-  DecodeSubject(ctx, "Re: =?broken");
-  EXPECT_EQ(ctx.window.List2.items(),
-            (std::deque<std::string>{"earlier", "16/11/2026,10:00:00 - Re: =?broken"}));
 }
 
 // A sender can make a subject as long as the message. A megabyte of words decodes well within
@@ -72,14 +66,8 @@ TEST_F(MailTest, DateHasFixedNamesAndTheZoneRoundedToHours) {
   EXPECT_EQ(EmailDate(ctx, clock.Now()), "Thu, 31 Dec 2026 23:59:59 +0000");
 }
 
-TEST(Base64Encode, PaddedLinesOf76WithoutTrailingBreak) {
+TEST(Base64Encode, EveryByteComesBack) {
   Base64Class b;
-  EXPECT_EQ(b.EncodeString("H") + b.EncodeString("Hi") + b.EncodeString("\xE9\xFF"),
-            "SA==SGk=6f8=");
-  EXPECT_EQ(b.EncodeString(std::string(57, 'x')).size(), 76u);
-  const std::string e114 = b.EncodeString(std::string(114, 'x'));
-  ASSERT_EQ(e114.size(), 76u + 2 + 76);
-  EXPECT_EQ(e114.substr(76, 2), "\r\n");
   std::vector<uint8_t> all;
   for (int i = 0; i < 256; ++i) all.push_back(static_cast<uint8_t>(i));
   EXPECT_EQ(b.DecodeToByteArray(b.EncodeByteArray(all)), all);
