@@ -58,13 +58,10 @@ TEST(PassTest, TakesAtMostFortyOldestFirstAndRemovesHalfPairs) {
   EXPECT_EQ(tree.List("LOCAL").size(), 2 * 38u);
   EXPECT_EQ(w.File1.size(), 7u);
   EXPECT_EQ(w.File1.At(0), "20261116090000039.EML");
-  // Logged in name order; the half pairs left no line.
+  // The half pairs left no line (the order is PairsDroppedDuringAPassAreTakenInNameOrder's).
   const std::string activity = tree.Read("LOG/16-11-2026.log");
   EXPECT_EQ(activity.find("lone@x.org"), std::string::npos);
   EXPECT_EQ(activity.find("gone@x.org"), std::string::npos);
-  EXPECT_LT(activity.find("<s01@x.org>"), activity.find("<s02@x.org>"));
-  EXPECT_LT(activity.find("<s37@x.org>"), activity.find("<s38@x.org>"));
-  EXPECT_EQ(activity.find("<s39@x.org>"), std::string::npos);
 }
 
 // Runs a change of IN/ behind the pass's back before the message of the given number.

@@ -3,12 +3,11 @@
 // tokens are afterwards: for the tests that kill passes or fail their file calls.
 
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/process.h"
 #include "support/temp_tree.h"
 
 namespace quellor::testing {
@@ -59,11 +58,9 @@ inline std::map<std::string, int> CountTokens(const std::string& folder) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
     const std::string ext = entry.path().extension().string();
     if (!entry.is_regular_file() || (ext != ".EML" && ext != ".HDR")) continue;
-    std::ifstream in(entry.path(), std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    const size_t at = text.str().find("token-");
-    if (at != std::string::npos) ++counts[text.str().substr(at, text.str().find('\r', at) - at)];
+    const std::string text = ReadFile(entry.path());
+    const size_t at = text.find("token-");
+    if (at != std::string::npos) ++counts[text.substr(at, text.find('\r', at) - at)];
   }
   return counts;
 }
