@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/text.h"
 #include "support/process.h"
 #include "support/temp_tree.h"
 
@@ -68,8 +69,8 @@ class PostfixTest : public ::testing::Test {
     fs::copy_file("/etc/postfix/master.cf", p_ + "/etc/master.cf");
     // A private instance: its own folders, ports and log; local mail for alice and bob, the
     // rest relayed to the sink.
-    std::string main_cf = ReadFile(QUELLOR_SOURCE_DIR "/tests/data/e2e/main.cf");
-    for (size_t at; (at = main_cf.find("@DIR@")) != std::string::npos;) main_cf.replace(at, 5, p_);
+    std::string main_cf =
+        ReplaceAll(ReadFile(QUELLOR_SOURCE_DIR "/tests/data/e2e/main.cf"), "@DIR@", p_);
     main_cf.replace(main_cf.find("@SINK@"), 6, std::to_string(sink_port_));
     std::ofstream(p_ + "/etc/main.cf") << main_cf;
     const std::string pc = "postconf -c '" + p_ + "/etc' ";
@@ -243,11 +244,9 @@ TEST_F(PostfixTest, TheWholeCycleThroughSmtp) {
   const std::string gone_subject = HeaderValue(to_gone, "Subject");
   for (const auto& [name, subject] :
        {std::pair{"postfix", dead_subject}, {"exchange", gone_subject}}) {
-    std::string bounce =
+    const std::string bounce =
         ReadFile(QUELLOR_SOURCE_DIR "/tests/data/e2e/bounce_" + std::string(name) + ".eml");
-    for (size_t at; (at = bounce.find("@SUBJECT@")) != std::string::npos;)
-      bounce.replace(at, 9, subject);
-    EXPECT_TRUE(SendSmtp("", "alice@example.test", bounce));
+    EXPECT_TRUE(SendSmtp("", "alice@example.test", ReplaceAll(bounce, "@SUBJECT@", subject)));
   }
   EXPECT_TRUE(PassUntil([&] { return Held().empty(); })) << Log();
 

@@ -24,6 +24,7 @@
 
 #include "platform/fs.h"
 #include "platform/names.h"
+#include "platform/text.h"
 #include "spool/pass_run.h"
 #include "spool/stages.h"
 #include "support/passes.h"
@@ -107,9 +108,8 @@ TEST_P(SpoolScenario, MatchesReference) {
     pass();
     result = scenario.Changes();
   }
-  for (size_t at; (at = notes.find(tree.root())) != std::string::npos;)
-    notes.replace(at, tree.root().size(), "$ROOT/");
-  Scenario::Check(base + ".ref", result + "@window\n" + WindowText(tree.ctx.window) + notes);
+  Scenario::Check(base + ".ref", result + "@window\n" + WindowText(tree.ctx.window) +
+                                     ReplaceAll(notes, tree.root(), "$ROOT/"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, SpoolScenario, ::testing::ValuesIn(Scenario::Cases("spool")),

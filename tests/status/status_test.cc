@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/errors.h"
+#include "platform/text.h"
 #include "status/held_view.h"
 #include "status/status_listener.h"
 #include "status/status_reply.h"
@@ -229,13 +229,6 @@ TEST_F(StatusListenerTest, PortHeldByAnotherProgramIsRetriedUntilFree) {
   holder.reset();
   ASSERT_TRUE(WaitUntil([&] { return Listening(); }));
   EXPECT_EQ(Query(port), reply);
-}
-
-std::string ReplaceAll(std::string s, const std::string& from, const std::string& to) {
-  for (size_t at = 0; !from.empty() && (at = s.find(from, at)) != std::string::npos;
-       at += to.size())
-    s.replace(at, from.size(), to);
-  return s;
 }
 
 class WindowPageTest : public ::testing::Test {

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "platform/text.h"
 #include "support/process.h"
 
 namespace quellor::testing {
@@ -209,9 +210,7 @@ std::string Scenario::Changes() const {
     out += path.ends_with("/") ? "== " + path + "\n" : Show(path, bytes);
   }
   // Paths in logs name the temporary root; the references name it "$ROOT/".
-  for (size_t at = 0; (at = out.find(tree_.root(), at)) != std::string::npos; at += 6)
-    out.replace(at, tree_.root().size(), "$ROOT/");
-  return out;
+  return ReplaceAll(out, tree_.root(), "$ROOT/");
 }
 
 void Scenario::Check(const std::string& ref_path, const std::string& result) {
