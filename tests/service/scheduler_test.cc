@@ -87,19 +87,16 @@ TEST_F(SchedulerTest, TodayCountersResetOnlyWhenTheDateMovedOnByExactlyOneDay) {
   LoadStartup(tree.ctx);
   scheduler.Command1_Click();
   WindowModel& w = tree.ctx.window;
+  const std::vector<Counter*> today = {&w.todayforward,     &w.todaylearn,  &w.todayignore,
+                                       &w.todayvalidations, &w.todaypurged, &w.todayinvalid};
   for (const auto& s : steps) {
-    for (Counter* c : {&w.Forward, &w.todayforward, &w.todaylearn, &w.todayignore,
-                       &w.todayvalidations, &w.todaypurged, &w.todayinvalid}) {
-      c->Set("7");
-    }
+    w.Forward.Set("7");
+    for (Counter* c : today) c->Set("7");
     tree.clock.SetLocal(2026, 11, s.day, s.hour, s.minute, 0);
     scheduler.Timer1_Timer();
     SCOPED_TRACE(s.day);
     EXPECT_EQ(w.Forward.text(), "7");
-    for (Counter* c : {&w.todayforward, &w.todaylearn, &w.todayignore, &w.todayvalidations,
-                       &w.todaypurged, &w.todayinvalid}) {
-      EXPECT_EQ(c->text(), s.reset ? "0" : "7");
-    }
+    for (Counter* c : today) EXPECT_EQ(c->text(), s.reset ? "0" : "7");
   }
 }
 

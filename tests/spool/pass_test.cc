@@ -27,19 +27,22 @@ std::string Message(const std::string& from) {
   return "From: " + from + "\r\nTo: u@y.org\r\nSubject: Hi\r\n\r\nHello there.\r\n";
 }
 
+// A pair from `sender` to u@y.org in IN/, the message file named with `ext`.
+void Queue(const TempTree& tree, const std::string& stem, const std::string& sender,
+           const char* ext = ".EML") {
+  tree.WriteLines("IN/" + stem + ".WAI", {sender, "u@y.org"});
+  tree.Write("IN/" + stem + ext, Message(sender));
+}
+
 TEST(PassTest, TakesAtMostFortyOldestFirstAndRemovesHalfPairs) {
   TempTree tree;
   tree.ctx.settings.postmasters = "";
-  auto queue = [&](const std::string& stem, const std::string& sender) {
-    tree.WriteLines("IN/" + stem + ".WAI", {sender, "u@y.org"});
-    tree.Write("IN/" + stem + ".EML", Message(sender));
-  };
   for (int i = 1; i <= 45; ++i) {
     const std::string n = (i < 10 ? "0" : "") + std::to_string(i);
-    queue("202611160900000" + n, "s" + n + "@x.org");
+    Queue(tree, "202611160900000" + n, "s" + n + "@x.org");
   }
   // A pair whose message file goes after the listing, and a message without its envelope.
-  queue("20261116080000000", "gone@x.org");
+  Queue(tree, "20261116080000000", "gone@x.org");
   tree.Write("IN/20261116080000001.EML", Message("lone@x.org"));
   WindowModel& w = tree.ctx.window;
   ForgetNameIndexes();
@@ -80,18 +83,14 @@ class DroppingSleeper : public Sleeper {
 
 TEST(PassTest, PairsDroppedDuringAPassAreTakenInNameOrder) {
   TempTree tree;
-  auto queue = [&](const std::string& stem, const std::string& sender, const char* ext = ".EML") {
-    tree.WriteLines("IN/" + stem + ".WAI", {sender, "u@y.org"});
-    tree.Write("IN/" + stem + ext, Message(sender));
-  };
   for (int i = 1; i <= 10; ++i)
-    queue("202611160900000" + std::to_string(10 + i), "s" + std::to_string(i) + "@x.org");
+    Queue(tree, "202611160900000" + std::to_string(10 + i), "s" + std::to_string(i) + "@x.org");
   // Before the message of each number: a pair that sorts before the head is the next taken; a
   // later one (a lower-case extension) waits its turn; a pair removed is not taken; hidden names
   // and a folder are never listed.
   DroppingSleeper dropper({
-      {3, [&] { queue("20261116085900000", "early@x.org"); }},
-      {5, [&] { queue("20261116100000000", "late@x.org", ".eml"); }},
+      {3, [&] { Queue(tree, "20261116085900000", "early@x.org"); }},
+      {5, [&] { Queue(tree, "20261116100000000", "late@x.org", ".eml"); }},
       {6,
        [&] {
          tree.Remove("IN/20261116090000018.EML");
@@ -99,7 +98,7 @@ TEST(PassTest, PairsDroppedDuringAPassAreTakenInNameOrder) {
        }},
       {7,
        [&] {
-         queue(".20261116085900001", "hidden@x.org");
+         Queue(tree, ".20261116085900001", "hidden@x.org");
          tree.MakeFolder("IN/20261116085900002.EML");
        }},
   });
