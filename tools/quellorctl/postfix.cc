@@ -302,7 +302,7 @@ void Setup::EditIni() {
     std::cout << "quellor.ini: SAFE_DELIVERY=ON\n";
     changed = true;
   } else if (Trim(lines[safe].substr(14)) != "ON") {
-    // A tree from quellorctl init says SAFE_DELIVERY=OFF, the design's default; a Postfix
+    // A tree from quellorctl init says SAFE_DELIVERY=OFF, the classic default; a Postfix
     // installation is a real one, and real ones never lose mail.
     std::cout << "quellor.ini: " << lines[safe] << " -> SAFE_DELIVERY=ON\n";
     lines[safe] = "SAFE_DELIVERY=ON";
