@@ -718,16 +718,9 @@ std::string AsciiFolded(std::string_view name) {
 }
 
 bool ListedBefore(std::string_view a, std::string_view b) {
-  const size_t n = std::min(a.size(), b.size());
-  for (size_t i = 0; i < n; ++i) {
-    unsigned char x = static_cast<unsigned char>(a[i]);
-    unsigned char y = static_cast<unsigned char>(b[i]);
-    if (x >= 'A' && x <= 'Z') x += 32;
-    if (y >= 'A' && y <= 'Z') y += 32;
-    if (x != y) return x < y;
-  }
-  if (a.size() != b.size()) return a.size() < b.size();
-  return a < b;
+  if (NameLess(a, b)) return true;
+  if (NameLess(b, a)) return false;
+  return a < b;  // names equal but for letter case: a fixed order all the same
 }
 
 std::vector<std::string> ListFiles(const std::string& folder, std::string_view pattern) {
