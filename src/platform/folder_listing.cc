@@ -10,6 +10,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "platform/inotify_reports.h"
 #include "platform/names.h"
 
 namespace quellor {
@@ -18,9 +19,6 @@ namespace {
 
 constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                 IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
-// The largest report the kernel writes: a read that leaves at least this much of the buffer
-// free has taken every report queued at that moment.
-constexpr size_t kLargestEvent = sizeof(struct inotify_event) + NAME_MAX + 1;
 
 }  // namespace
 
@@ -62,35 +60,25 @@ bool FolderListing::ReadEvents(std::vector<std::pair<std::string, bool>>* touche
   // The last report of each name says whether it is gone (deleted, moved away) or may be
   // there (created, moved in), in which case its entry is looked at.
   std::unordered_map<std::string, size_t> at_index;
-  alignas(struct inotify_event) char buffer[64 * 1024];
-  for (;;) {
-    const ssize_t n = ::read(fd_, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      if (errno != EAGAIN) return false;
-      break;
+  bool trusted = true;
+  const bool read = ReadInotifyReports(fd_, [&](const struct inotify_event& event) {
+    if (event.mask & (IN_Q_OVERFLOW | IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
+      return trusted = false;
     }
-    for (ssize_t at = 0; at < n;) {
-      const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
-      at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
-      if (event->mask & (IN_Q_OVERFLOW | IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
-        return false;
-      }
-      if (event->wd != wd_ || event->len == 0) continue;
-      std::string name(event->name, ::strnlen(event->name, event->len));
-      if (name.empty() || name[0] == '.' || !MatchesPattern(name, pattern_)) continue;
-      // A folder is never listed, whatever its name.
-      const bool gone = (event->mask & (IN_DELETE | IN_MOVED_FROM | IN_ISDIR)) != 0;
-      auto [it, fresh] = at_index.try_emplace(name, touched->size());
-      if (fresh) {
-        touched->emplace_back(std::move(name), gone);
-      } else {
-        (*touched)[it->second].second = gone;
-      }
+    if (event.wd != wd_ || event.len == 0) return true;
+    std::string name(event.name, ::strnlen(event.name, event.len));
+    if (name.empty() || name[0] == '.' || !MatchesPattern(name, pattern_)) return true;
+    // A folder is never listed, whatever its name.
+    const bool gone = (event.mask & (IN_DELETE | IN_MOVED_FROM | IN_ISDIR)) != 0;
+    auto [it, fresh] = at_index.try_emplace(name, touched->size());
+    if (fresh) {
+      touched->emplace_back(std::move(name), gone);
+    } else {
+      (*touched)[it->second].second = gone;
     }
-    if (static_cast<size_t>(n) + kLargestEvent <= sizeof buffer) break;
-  }
-  return true;
+    return true;
+  });
+  return read && trusted;
 }
 
 bool FolderListing::Refresh(Changes* changes) {

@@ -18,6 +18,7 @@
 
 #include "platform/errors.h"
 #include "platform/fs.h"
+#include "platform/inotify_reports.h"
 #include "platform/text.h"
 
 namespace quellor {
@@ -310,8 +311,6 @@ bool ApplyName(FolderIndex& index, const std::string& name, bool created,
 
 constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                 IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
-// The largest report: a read that leaves this much of its buffer free took all that was queued.
-constexpr size_t kLargestEvent = sizeof(struct inotify_event) + NAME_MAX + 1;
 
 void MarkForked() {
   TheWatcher().forked = true;
@@ -352,40 +351,33 @@ void Drain() {
     Indexes().clear();
   }
   if (w.fd < 0) return;
-  alignas(struct inotify_event) char buffer[64 * 1024];
-  for (;;) {
-    const ssize_t n = ::read(w.fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    for (ssize_t at = 0; at < n;) {
-      const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
-      at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
-      if (event->mask & IN_Q_OVERFLOW) {
-        for (auto& entry : Indexes()) entry.second.stale = entry.second.wd >= 0;
-        continue;
-      }
-      const auto watched = w.folders.find(event->wd);
-      if (watched == w.folders.end()) continue;
-      const std::string folder = watched->second;
-      if (event->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
-        DropIndexes(folder);
-        continue;
-      }
-      if (event->len == 0) continue;
-      const std::string name(event->name, ::strnlen(event->name, event->len));
-      const bool created = (event->mask & (IN_CREATE | IN_MOVED_TO)) != 0;
-      const bool is_folder = (event->mask & IN_ISDIR) != 0;
-      // A folder that went away, or another that took its name, takes the indexes below along.
-      if (is_folder) DropIndexes(Join(folder, name));
-      auto it = Indexes().find(folder);
-      if (it != Indexes().end() &&
-          !ApplyName(it->second, name, created, is_folder ? DT_DIR : DT_UNKNOWN,
-                     (event->mask & IN_MOVED_TO) != 0)) {
-        it->second.stale = true;
-      }
+  // Reading stops quietly on a failure, as when nothing more is queued.
+  ReadInotifyReports(w.fd, [&](const struct inotify_event& event) {
+    if (event.mask & IN_Q_OVERFLOW) {
+      for (auto& entry : Indexes()) entry.second.stale = entry.second.wd >= 0;
+      return true;
     }
-    if (static_cast<size_t>(n) + kLargestEvent <= sizeof buffer) break;
-  }
+    const auto watched = w.folders.find(event.wd);
+    if (watched == w.folders.end()) return true;
+    const std::string folder = watched->second;
+    if (event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
+      DropIndexes(folder);
+      return true;
+    }
+    if (event.len == 0) return true;
+    const std::string name(event.name, ::strnlen(event.name, event.len));
+    const bool created = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
+    const bool is_folder = (event.mask & IN_ISDIR) != 0;
+    // A folder that went away, or another that took its name, takes the indexes below along.
+    if (is_folder) DropIndexes(Join(folder, name));
+    auto it = Indexes().find(folder);
+    if (it != Indexes().end() &&
+        !ApplyName(it->second, name, created, is_folder ? DT_DIR : DT_UNKNOWN,
+                   (event.mask & IN_MOVED_TO) != 0)) {
+      it->second.stale = true;
+    }
+    return true;
+  });
 }
 
 // Starts the reports of a folder before the scan that fills its index, so that no change
