@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <set>
@@ -344,14 +343,11 @@ TEST(CtlHeld, AReleaseWaitsForTheRunningPass) {
   CtlResult release;
   std::thread admin(
       [&] { release = Ctl(tree, tree.root(), "release prot@x.org 20261116100000104"); });
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (tree.Read("ctl.err").find("waiting for the pass") == std::string::npos &&
-         std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
   // Told to wait, it has touched nothing yet.
-  EXPECT_NE(tree.Read("ctl.err").find("waiting for the pass that is running on"),
-            std::string::npos);
+  EXPECT_TRUE(WaitUntil([&] {
+    return tree.Read("ctl.err").find("waiting for the pass that is running on") !=
+           std::string::npos;
+  }));
   EXPECT_TRUE(tree.List("LOCAL").empty());
   pass.reset();
   admin.join();
