@@ -119,16 +119,17 @@ void Ticks(Context& ctx, int most = 12) {
   }
 }
 
-// A fresh process on the same tree after the faults are gone: the deferred pairs come back.
-void Recover(const TempTree& tree, bool safe) {
+// A fresh process on the same tree with SAFE_DELIVERY=ON, starting at `hour`; after the faults
+// are gone the deferred pairs come back.
+void Recover(const TempTree& tree, int hour = 11, int rounds = 4) {
   ForgetNameIndexes();
   FakeClock clock;
-  clock.SetLocal(2026, 11, 16, 11, 0, 0);
+  clock.SetLocal(2026, 11, 16, hour, 0, 0);
   RecordingSleeper sleeper;
   Context ctx(tree.root(), clock, sleeper);
   ctx.pause_ms = 0;
-  ctx.settings.safe_delivery = safe ? "ON" : "";
-  for (int round = 0; round < 4; ++round) {
+  ctx.settings.safe_delivery = "ON";
+  for (int round = 0; round < rounds; ++round) {
     Ticks(ctx);
     clock.Advance(std::chrono::seconds(61));
   }
@@ -185,7 +186,7 @@ TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWi
 
       if (!safe) continue;
       deferred_with += static_cast<int>(tree.List("DEFER").size());
-      Recover(tree, safe);
+      Recover(tree);
       EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
       EXPECT_TRUE(tree.List("DEFER").empty());
       const auto local = CountTokens(tree.Path("LOCAL"));
@@ -263,14 +264,7 @@ TEST(SafeDeliveryTest, KilledAtAnyFileCallLosesNothing) {
     if (pid == 0) {
       EveryNth seam(FsOp::kWrite, 5, ENOSPC, "", kill_at);
       SetFileSystem(&seam);
-      FakeClock clock;
-      clock.SetLocal(2026, 11, 16, 10, 0, 0);
-      RecordingSleeper sleeper;
-      Context ctx(tree.root(), clock, sleeper);
-      ctx.pause_ms = 0;
-      ctx.settings.safe_delivery = "ON";
-      ForgetNameIndexes();
-      Ticks(ctx);
+      Recover(tree, 10, 1);
       _exit(0);
     }
     int status = 0;
@@ -280,7 +274,7 @@ TEST(SafeDeliveryTest, KilledAtAnyFileCallLosesNothing) {
     for (const Queued& q : Lost(tree, queue)) ADD_FAILURE() << q.token << " lost";
   }
   EXPECT_GT(killed, 3);
-  Recover(tree, true);
+  Recover(tree);
   EXPECT_TRUE(Lost(tree, queue).empty());
   EXPECT_TRUE(ListFiles(tree.Path("IN"), "*.EML").empty());
   // Every whole pair went back and through; a kill between the two deletions of a routed pair
