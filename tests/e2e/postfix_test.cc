@@ -238,12 +238,11 @@ TEST_F(PostfixTest, TheWholeCycleThroughSmtp) {
   EXPECT_TRUE(PassUntil([&] { return Held().empty(); })) << Log();
 
   // A remote server bounces a request in Postfix's format, another in Exchange's.
-  const std::string to_dead = HoldAndChallenge("dead@remote.test", "Offer");
-  const std::string to_gone = HoldAndChallenge("gone@remote.test", "Another offer");
-  const std::string dead_subject = HeaderValue(to_dead, "Subject");
-  const std::string gone_subject = HeaderValue(to_gone, "Subject");
+  // (A braced list holds and challenges in order.)
   for (const auto& [name, subject] :
-       {std::pair{"postfix", dead_subject}, {"exchange", gone_subject}}) {
+       {std::pair{"postfix", HeaderValue(HoldAndChallenge("dead@remote.test", "Offer"), "Subject")},
+        {"exchange",
+         HeaderValue(HoldAndChallenge("gone@remote.test", "Another offer"), "Subject")}}) {
     const std::string bounce =
         ReadFile(QUELLOR_SOURCE_DIR "/tests/data/e2e/bounce_" + std::string(name) + ".eml");
     EXPECT_TRUE(SendSmtp("", "alice@example.test", ReplaceAll(bounce, "@SUBJECT@", subject)));
