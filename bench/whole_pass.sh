@@ -26,13 +26,18 @@ FLOOR="$(pwd)/$BUILD/bench/bench_copy_floor"
 WORK="$(mktemp -d "${TMPDIR:-/tmp}/quellor-bench-XXXXXX")"
 trap 'rm -rf "$WORK"' EXIT
 TODAY="$(date +%Y%m%d)"
-export QUELLOR_ROOT="$WORK/tree"
 
-# A fresh tree with the same N pairs every time (same seed).
+# A fresh tree with the same N pairs every time (same seed), in a folder of its own. The trees
+# of earlier runs stay until the end: on ext4 without a journal, every file created within 30
+# seconds of many removals searches past the inodes just freed, so removing the last run's
+# tree here would slow down whichever run comes next.
+TREES=0
 fresh_tree() {
-  rm -rf "$WORK/tree"
-  "$CTL" init "$WORK/tree" >/dev/null
-  "$MAKE_SPOOL" "$WORK/tree" "$1" "$TODAY" 1 >/dev/null
+  TREES=$((TREES + 1))
+  export QUELLOR_ROOT="$WORK/tree$TREES"
+  TREE="$QUELLOR_ROOT"
+  "$CTL" init "$TREE" >/dev/null
+  "$MAKE_SPOOL" "$TREE" "$1" "$TODAY" 1 >/dev/null
   sync
 }
 
@@ -49,12 +54,12 @@ timed() {
 # The pass must have drained IN/ without a line in the error log.
 check_drained() {
   local left errors
-  left="$(find "$WORK/tree/IN" -type f -name '*.EML' | wc -l)"
+  left="$(find "$TREE/IN" -type f -name '*.EML' | wc -l)"
   errors=0
-  [ ! -f "$WORK/tree/LOG/system.log" ] || errors="$(wc -l <"$WORK/tree/LOG/system.log")"
+  [ ! -f "$TREE/LOG/system.log" ] || errors="$(wc -l <"$TREE/LOG/system.log")"
   if [ "$left" -ne 0 ] || [ "$errors" -ne 0 ]; then
     echo "FAILED: $left message(s) left in IN/, $errors error-log line(s)" >&2
-    [ ! -f "$WORK/tree/LOG/system.log" ] || head -5 "$WORK/tree/LOG/system.log" >&2
+    [ ! -f "$TREE/LOG/system.log" ] || head -5 "$TREE/LOG/system.log" >&2
     exit 1
   fi
 }
@@ -69,7 +74,7 @@ for n in "${SIZES[@]}"; do
   peak="$PEAK_KIB"
   PASS_SECONDS[$n]="$q"
   fresh_tree "$n"
-  timed "$FLOOR" "$WORK/tree" --fsync
+  timed "$FLOOR" "$TREE" --fsync
   f="$SECONDS_TAKEN"
   awk -v n="$n" -v q="$q" -v f="$f" -v peak="$peak" 'BEGIN {
     printf "%9d %10.2f %10.2f %6.2fx %9.0f %10d\n", n, q, f, (f > 0 ? q / f : 0),
