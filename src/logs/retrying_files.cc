@@ -122,9 +122,13 @@ TextFile OpenNewFile(Context& ctx, const std::string& path, int filenum) {
   return file;
 }
 
-void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino) {
+void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino, CopyHow how) {
   Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
-    CopyFileBytes(origen, destino, true);
+    if (how == CopyHow::kShareInput) {
+      ShareOrCopyFile(origen, destino, true);
+    } else {
+      CopyFileBytes(origen, destino, true);
+    }
   });
   ctx.NoteWritten(destino);
 }
@@ -139,9 +143,13 @@ void DeleteFile(Context& ctx, const std::string& archivo) {
   attempts.Run([&] { RemoveFile(archivo); });
 }
 
-void CopyFile(Context& ctx, const std::string& origen, const std::string& destino) {
+void CopyFile(Context& ctx, const std::string& origen, const std::string& destino, CopyHow how) {
   Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
-    CopyFileBytes(origen, destino);
+    if (how == CopyHow::kShareInput) {
+      ShareOrCopyFile(origen, destino);
+    } else {
+      CopyFileBytes(origen, destino);
+    }
   });
   ctx.NoteWritten(destino);
 }

@@ -20,10 +20,15 @@ TextFile OpenFile(Context& ctx, const std::string& path, std::string_view mode, 
 TextFile OpenNewFile(Context& ctx, const std::string& path, int filenum = 1);
 // Deletes an ordinary file; a missing or hidden file is silent and immediate.
 void DeleteFile(Context& ctx, const std::string& archivo);
+// How a copy is made: byte by byte, or, for the input message that goes away with its pair,
+// as a second name when the file is ours alone (see ShareOrCopyFile).
+enum class CopyHow { kBytes, kShareInput };
 // Copies `origen` over `destino`.
-void CopyFile(Context& ctx, const std::string& origen, const std::string& destino);
+void CopyFile(Context& ctx, const std::string& origen, const std::string& destino,
+              CopyHow how = CopyHow::kBytes);
 // CopyFile onto a new queue file that must not exist yet, created exclusively.
-void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino);
+void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino,
+                 CopyHow how = CopyHow::kBytes);
 // Renames `origen` to `destino`; an existing `destino` makes every attempt fail.
 void NameFile(Context& ctx, const std::string& origen, const std::string& destino);
 // Creates `folder` (one level, no retries) unless it exists; raises when that fails.

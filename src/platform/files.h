@@ -80,6 +80,13 @@ class TextFile {
 void RemoveFile(const std::string& path);  // unlink an existing file
 // Replaces `to`; with `exclusive`, `to` must not exist yet and is created exclusively.
 void CopyFileBytes(const std::string& from, const std::string& to, bool exclusive = false);
+// A copy of a file that is ours alone (a regular file of our user with one name, granting no
+// permission a new file of ours would not), made by giving it a second name instead
+// of copying its bytes: nothing may write it in place afterwards, only replace it whole. Any
+// other source, or a folder where no link can be made, is copied byte by byte like
+// CopyFileBytes. A target that already is the source (a second name given before a crash)
+// counts as made.
+void ShareOrCopyFile(const std::string& from, const std::string& to, bool exclusive = false);
 void RenameFile(const std::string& from, const std::string& to);  // fails when `to` exists
 void MakeFolder(const std::string& path);                         // one level
 int64_t FileLength(const std::string& path);
@@ -96,6 +103,11 @@ bool LastLineUnended(const std::string& path);
 // Flushes a file's data and a folder's entries to the disk.
 void SyncFile(const std::string& path);
 void SyncFolder(const std::string& path);
+// Flushes files and folders as one batch, the flushes side by side. One -errno (0: flushed)
+// per path, files first, then folders, in the order given; a path that no longer exists has
+// nothing left to flush and counts as flushed.
+std::vector<int> SyncTogether(const std::vector<std::string>& files,
+                              const std::vector<std::string>& folders);
 
 // Replaces a whole file so that a crash leaves the old or the new one, never a mix: the content
 // goes to a hidden temporary file in the same folder, which is flushed and renamed over the

@@ -8,6 +8,9 @@
 
 #include <cerrno>
 #include <mutex>
+#include <typeinfo>
+
+#include "platform/side_by_side.h"
 
 namespace quellor {
 
@@ -247,6 +250,18 @@ int FileSystem::SyncDir(const std::string& dir) {
   int err = errno;
   ::close(fd);
   return r < 0 ? -err : 0;
+}
+
+void FileSystem::SyncMany(std::vector<SyncJob>& jobs) {
+  // A seam that watches or fails calls (tests) sees every flush, in order, on this thread.
+  if (typeid(*this) != typeid(FileSystem)) {
+    for (SyncJob& job : jobs) job.result = job.fd >= 0 ? Fsync(job.fd) : SyncDir(job.folder);
+    return;
+  }
+  RunSideBySide(jobs.size(), [&](size_t i) {
+    SyncJob& job = jobs[i];
+    job.result = job.fd >= 0 ? FileSystem::Fsync(job.fd) : FileSystem::SyncDir(job.folder);
+  });
 }
 
 // ---- FaultyFileSystem ----

@@ -15,6 +15,14 @@ namespace quellor {
 // The kinds of call that pass through the seam.
 enum class FsOp { kOpen, kRead, kWrite, kClose, kUnlink, kRename, kStat, kMkdir, kList, kSync };
 
+// One flush of a batch: an open descriptor, or (fd < 0) a folder to open and flush; `result`
+// receives 0 or -errno.
+struct SyncJob {
+  int fd = -1;
+  std::string folder;
+  int result = 0;
+};
+
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
@@ -39,6 +47,9 @@ class FileSystem {
                    std::vector<unsigned char>* types = nullptr);
   virtual int Fsync(int fd);
   virtual int SyncDir(const std::string& dir);
+  // Flushes every job of a batch, side by side so that the disk serves them together (a seam
+  // of another kind gets each job's Fsync or SyncDir in turn).
+  virtual void SyncMany(std::vector<SyncJob>& jobs);
 };
 
 // Confines the plain seam to an installation root: below it no symlink is ever followed, neither

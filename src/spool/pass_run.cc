@@ -2,8 +2,10 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "logs/logs.h"
+#include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/names.h"
 
@@ -52,7 +54,7 @@ void PassRun::Report(int number, const std::string& description) {
 void PassRun::FlushWritten() {
   // Folders whose entries must reach the disk: those of the written files, of the files
   // replaced whole, the folders created for this message, and the folders that hold those (a
-  // new folder is an entry of its parent). Each is flushed once, after all the files.
+  // new folder is an entry of its parent). Each is flushed once, in one batch with the files.
   std::set<std::string> folders = replaced_folders_.Take();
   folders.merge(written_.entry_folders);
   for (const std::string& path : written_.files) {
@@ -65,20 +67,18 @@ void PassRun::FlushWritten() {
     const std::string parent = FolderOf(folder);
     if (!parent.empty()) folders.insert(parent);
   }
-  for (const std::string& path : written_.files) {
-    const bool synced = Step([&] {
-      // A file that a later statement renamed or removed has nothing left to flush.
-      if (const auto actual = ResolveExisting(path)) SyncFile(*actual);
-    });
-    if (!synced) Unfinished(guard_.last_number());
-  }
-  for (const std::string& folder : folders) {
-    const bool synced = Step([&] {
-      if (const auto actual = ResolveExisting(folder)) SyncFolder(*actual);
-    });
-    if (!synced) Unfinished(guard_.last_number());
-  }
+  const std::vector<std::string> files = std::move(written_.files);
   written_ = WriteRecord{};
+  std::vector<int> results;
+  if (!Step([&] { results = SyncTogether(files, {folders.begin(), folders.end()}); })) {
+    Unfinished(guard_.last_number());
+    return;
+  }
+  for (const int result : results) {
+    if (result == 0) continue;
+    Step([&] { RaiseErrno(-result); });
+    Unfinished(guard_.last_number());
+  }
 }
 
 }  // namespace quellor

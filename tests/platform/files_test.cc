@@ -4,6 +4,7 @@
 #include "platform/files.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -149,6 +150,51 @@ TEST(FileOperations, CopiesAndRenames) {
   faulty.Clear();
   CopyFileBytes(t.Path("IN/big.EML"), t.Path("LOCAL/new.EML"));
   EXPECT_EQ(t.Read("LOCAL/new.EML"), big);
+}
+
+// A copy of a file that is ours alone is a second name for it; anything else is copied.
+TEST(FileOperations, SharedCopies) {
+  struct Case {
+    const char* what;
+    mode_t mode;
+    bool second_name;  // the source already has another name
+    bool link_fails;
+    bool shared;
+  } cases[] = {
+      {"ours alone", 0644, false, false, true},
+      {"narrower than a new file", 0640, false, false, true},
+      {"writable by its group", 0664, false, false, false},
+      {"with another name", 0644, true, false, false},
+      {"no link to be had", 0644, false, true, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempTree t;
+    t.Write("IN/m.EML", "body");
+    ASSERT_EQ(::chmod(t.Path("IN/m.EML").c_str(), c.mode), 0);
+    if (c.second_name) {
+      ASSERT_EQ(::link(t.Path("IN/m.EML").c_str(), t.Path("IN/n").c_str()), 0);
+    }
+    FaultyFileSystem faulty;
+    if (c.link_fails) faulty.FailAlways(FsOp::kRename, EXDEV);
+    {
+      ScopedFileSystem scope(&faulty);
+      ShareOrCopyFile(t.Path("in/m.eml"), t.Path("LOCAL/1.TMP"), true);
+    }
+    EXPECT_EQ(t.Read("LOCAL/1.TMP"), "body");
+    EXPECT_EQ(SameFile(t.Path("IN/m.EML"), t.Path("LOCAL/1.TMP")), c.shared);
+  }
+  // A target that already is the source (a second name given before a crash) counts as made;
+  // another file in its place is refused or replaced as for a copy.
+  TempTree t;
+  t.Write("IN/m.EML", "body");
+  ShareOrCopyFile(t.Path("IN/m.EML"), t.Path("WAIT/m.EML"));
+  EXPECT_NO_THROW(ShareOrCopyFile(t.Path("IN/m.EML"), t.Path("wait/M.eml"), true));
+  t.Write("LOCAL/2.EML", "other");
+  EXPECT_EQ(ErrorOf([&] { ShareOrCopyFile(t.Path("IN/m.EML"), t.Path("LOCAL/2.EML"), true); }),
+            kErrFileExists);
+  ShareOrCopyFile(t.Path("WAIT/m.EML"), t.Path("LOCAL/2.EML"));
+  EXPECT_EQ(t.Read("LOCAL/2.EML"), "body");
 }
 
 }  // namespace

@@ -142,6 +142,7 @@ TEST(PassTest, AReleaseWhoseCopyGivesUpKeepsTheHeldPair) {
     p.s.wait_id = "2026111609000001";
     FaultyFileSystem faulty;
     faulty.FailNth(FsOp::kOpen, c.first_refused, ENOSPC, 1000, "LOCAL/");
+    faulty.FailAlways(FsOp::kRename, ENOSPC, "LOCAL/");  // no second name for the message either
     {
       ScopedFileSystem scoped(&faulty);
       ReplyStage(p);

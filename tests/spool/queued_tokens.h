@@ -22,6 +22,8 @@ struct Queued {
 
 // Every kind of route: held (three protected users), forwarded, learned, and a message to all
 // three; every tenth message starts with an envelope line, which the pass strips by a rewrite.
+// Every other message file is writable by its group, so that it is copied byte by byte, not
+// given a second name.
 inline std::vector<Queued> FillQueue(TempTree& tree, int messages) {
   tree.Write("SYSTEM/validation.txt", "Reply to $email.\r\n");
   tree.Write("SYSTEM/validation.htm", "<p>Reply.</p>\r\n");
@@ -46,6 +48,11 @@ inline std::vector<Queued> FillQueue(TempTree& tree, int messages) {
     const std::string from_line = i % 10 == 0 ? "From s@x.org Mon Nov 16 09:00:00 2026\r\n" : "";
     tree.Write("IN/" + q.stem + ".EML", from_line + "From: s@x.org\r\nSubject: Hi " +
                                             std::to_string(i) + "\r\n\r\n" + q.token + "\r\n");
+    if (i % 2 == 1) {
+      std::filesystem::permissions(tree.Path("IN/" + q.stem + ".EML"),
+                                   std::filesystem::perms::group_write,
+                                   std::filesystem::perm_options::add);
+    }
     queue.push_back(q);
   }
   return queue;

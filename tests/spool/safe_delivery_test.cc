@@ -194,9 +194,10 @@ TEST(SafeDeliveryTest, FailingFileCallsLoseNothingWithTheSwitchAndLogEveryLossWi
       for (const Queued& q : queue) {
         const int copies = (local.count(q.token) ? local.at(q.token) : 0) +
                            (held.count(q.token) ? held.at(q.token) : 0);
-        // Each recipient has its copy; a message taken again may give some a second one.
+        // Each recipient has its copy; a message taken again (a second time under the faults,
+        // before it is deferred, and once more after) may give some a second and a third one.
         EXPECT_GE(copies, q.recipients()) << q.token;
-        EXPECT_LE(copies, 2 * q.recipients()) << q.token;
+        EXPECT_LE(copies, 3 * q.recipients()) << q.token;
       }
     }
   }

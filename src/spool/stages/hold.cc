@@ -33,7 +33,9 @@ void WriteHeld(PassRun& p, const std::string& folder) {
   p.Step([&] { envelope.WriteLine(OneLine(s.recipient)); });
   p.Step([&] { envelope.WriteLine(OneLine(s.subject)); });
   p.Step([&] { envelope.Close(); });
-  p.Step([&] { CopyFile(ctx, ctx.Path("IN/" + s.message_file), folder + s.message_file); });
+  p.Step([&] {
+    CopyFile(ctx, ctx.Path("IN/" + s.message_file), folder + s.message_file, CopyHow::kShareInput);
+  });
   p.EndCopy();
   p.Mark(2505);
   p.Step([&] {

@@ -44,7 +44,7 @@ std::string FreeQueueName(Context& ctx, const std::string& folder) {
 
 void WriteLocalMessage(PassRun& p, const std::string& message, const std::string& local) {
   Context& ctx = p.ctx;
-  p.Step([&] { CopyNewFile(ctx, message, local + ".TMP"); });
+  p.Step([&] { CopyNewFile(ctx, message, local + ".TMP", CopyHow::kShareInput); });
   // Flushed under its work name, so the name .EML never stands for a file not on the disk.
   const bool flushed = p.Step([&] { SyncFile(local + ".TMP"); });
   p.Step([&] { NameFile(ctx, local + ".TMP", local + ".EML"); });
