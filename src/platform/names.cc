@@ -26,96 +26,129 @@ namespace quellor {
 namespace {
 
 // The names of one folder, found without regard to case, each with its type. The bytes of all
-// names share one pool, so that a folder of a few hundred thousand names costs little memory.
+// names share one pool and the table holds 8 bytes a name (open addressing, linear probing),
+// so that a folder of a few hundred thousand names costs little memory.
 class NameSet {
  public:
   struct Slot {
-    mutable uint32_t offset;
-    uint16_t length;
-    mutable unsigned char type;
+    uint32_t offset = 0;
+    uint16_t length = 0;
+    mutable unsigned char type = 0;
+    unsigned char tag = 0;  // 0: an empty place; otherwise 1-255 from the name's hash
   };
 
-  NameSet()
-      : state_(std::make_unique<State>()), set_(16, Hash{state_.get()}, Equal{state_.get()}) {}
-
   const Slot* Find(std::string_view name) const {
-    state_->probe = name;
-    auto it = set_.find(Slot{kProbe, static_cast<uint16_t>(name.size()), 0});
-    return it == set_.end() ? nullptr : &*it;
+    if (count_ == 0) return nullptr;
+    const uint64_t h = HashOf(name);
+    const unsigned char tag = TagOf(h);
+    for (size_t i = h & mask_;; i = (i + 1) & mask_) {
+      const Slot& slot = table_[i];
+      if (slot.tag == 0) return nullptr;
+      if (slot.tag == tag && slot.length == name.size() && SameFolded(NameOf(slot), name)) {
+        return &slot;
+      }
+    }
   }
-  std::string_view NameOf(const Slot& slot) const { return state_->View(slot); }
+  std::string_view NameOf(const Slot& slot) const {
+    return std::string_view(pool_).substr(slot.offset, slot.length);
+  }
   // Adds a name that Find does not find.
   void Insert(std::string_view name, unsigned char type) {
-    const Slot slot{static_cast<uint32_t>(state_->pool.size()), static_cast<uint16_t>(name.size()),
-                    type};
-    state_->pool.append(name);
-    set_.insert(slot);
+    if ((count_ + 1) * 4 > table_.size() * 3) Grow(table_.empty() ? 16 : table_.size() * 2);
+    const uint64_t h = HashOf(name);
+    size_t i = h & mask_;
+    while (table_[i].tag != 0) i = (i + 1) & mask_;
+    table_[i] = Slot{static_cast<uint32_t>(pool_.size()), static_cast<uint16_t>(name.size()), type,
+                     TagOf(h)};
+    pool_.append(name);
+    ++count_;
   }
   void Erase(const Slot* slot) {
-    state_->garbage += slot->length;
-    set_.erase(*slot);
-    if (state_->garbage > 65536 && state_->garbage * 2 > state_->pool.size()) Compact();
+    garbage_ += slot->length;
+    // Removal by shifting back the names after it in its run, so no place is left marked.
+    size_t hole = static_cast<size_t>(slot - table_.data());
+    table_[hole] = Slot{};
+    --count_;
+    for (size_t i = (hole + 1) & mask_; table_[i].tag != 0; i = (i + 1) & mask_) {
+      const size_t home = HashOf(NameOf(table_[i])) & mask_;
+      // The name may move into the hole when its home is not between the hole and its place.
+      if (((i - home) & mask_) >= ((i - hole) & mask_)) {
+        table_[hole] = table_[i];
+        table_[i] = Slot{};
+        hole = i;
+      }
+    }
+    if (garbage_ > 65536 && garbage_ * 2 > pool_.size()) Compact();
   }
   void Clear() {
-    set_.clear();
-    state_->pool.clear();
-    state_->garbage = 0;
+    table_.clear();
+    table_.shrink_to_fit();
+    mask_ = 0;
+    count_ = 0;
+    pool_.clear();
+    garbage_ = 0;
   }
   void Reserve(size_t names, size_t bytes) {
-    set_.reserve(names);
-    state_->pool.reserve(bytes);
+    size_t size = 16;
+    while (size * 3 < names * 4) size *= 2;
+    if (size > table_.size()) Grow(size);
+    pool_.reserve(bytes);
   }
   template <class F>
   void ForEach(F&& f) const {
-    for (const Slot& slot : set_) f(slot);
+    for (const Slot& slot : table_) {
+      if (slot.tag != 0) f(slot);
+    }
   }
 
  private:
-  static constexpr uint32_t kProbe = UINT32_MAX;
-  struct State {
-    std::string pool;
-    size_t garbage = 0;
-    std::string_view probe;
-    std::string_view View(const Slot& s) const {
-      return s.offset == kProbe ? probe : std::string_view(pool).substr(s.offset, s.length);
+  static uint64_t HashOf(std::string_view name) {
+    uint64_t h = 1469598103934665603ull;
+    for (char c : name) h = (h ^ static_cast<unsigned char>(LowerChar(c))) * 1099511628211ull;
+    return h ^ (h >> 29);
+  }
+  static unsigned char TagOf(uint64_t h) {
+    const auto tag = static_cast<unsigned char>(h >> 56);
+    return tag == 0 ? 1 : tag;
+  }
+  static bool SameFolded(std::string_view x, std::string_view y) {
+    for (size_t i = 0; i < x.size(); ++i) {
+      if (LowerChar(x[i]) != LowerChar(y[i])) return false;
     }
-  };
-  struct Hash {
-    const State* state;
-    size_t operator()(const Slot& s) const {
-      uint64_t h = 1469598103934665603ull;
-      for (char c : state->View(s))
-        h = (h ^ static_cast<unsigned char>(LowerChar(c))) * 1099511628211ull;
-      return static_cast<size_t>(h);
+    return true;
+  }
+  void Grow(size_t size) {
+    std::vector<Slot> old;
+    old.swap(table_);
+    table_.assign(size, Slot{});
+    mask_ = size - 1;
+    for (const Slot& slot : old) {
+      if (slot.tag == 0) continue;
+      size_t i = HashOf(NameOf(slot)) & mask_;
+      while (table_[i].tag != 0) i = (i + 1) & mask_;
+      table_[i] = slot;
     }
-  };
-  struct Equal {
-    const State* state;
-    bool operator()(const Slot& a, const Slot& b) const {
-      if (a.length != b.length) return false;
-      const std::string_view x = state->View(a), y = state->View(b);
-      for (size_t i = 0; i < x.size(); ++i) {
-        if (LowerChar(x[i]) != LowerChar(y[i])) return false;
-      }
-      return true;
-    }
-  };
-  // Copies the names still in the set into a fresh pool; their order in the set is kept, since
+  }
+  // Copies the names still in the set into a fresh pool; their places in the table stay, since
   // the hash reads the bytes, not where they are.
   void Compact() {
     std::string pool;
-    pool.reserve(state_->pool.size() - state_->garbage);
-    for (const Slot& slot : set_) {
-      const std::string_view name = state_->View(slot);
+    pool.reserve(pool_.size() - garbage_);
+    for (Slot& slot : table_) {
+      if (slot.tag == 0) continue;
+      const std::string_view name = NameOf(slot);
       slot.offset = static_cast<uint32_t>(pool.size());
       pool.append(name);
     }
-    state_->pool.swap(pool);
-    state_->garbage = 0;
+    pool_.swap(pool);
+    garbage_ = 0;
   }
 
-  std::unique_ptr<State> state_;
-  std::unordered_set<Slot, Hash, Equal> set_;
+  std::vector<Slot> table_;
+  size_t mask_ = 0;
+  size_t count_ = 0;
+  std::string pool_;
+  size_t garbage_ = 0;
 };
 
 // The names of one folder, valid while the kernel reports the folder's changes (`wd`) or, for

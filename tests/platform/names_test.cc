@@ -15,6 +15,7 @@
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/fs.h"
+#include "platform/text.h"
 #include "support/table.h"
 #include "support/temp_tree.h"
 
@@ -69,6 +70,30 @@ TEST(NameIndex, OurOwnChangesNeedNoRescan) {
   for (const auto& c : cases) EXPECT_EQ(PathExists(t.Path(c.asked)), c.exists) << c.asked;
   EXPECT_EQ(counting.calls(FsOp::kList), 2);
   EXPECT_EQ(t.List("IN"), (std::vector<std::string>{"Copy.EML", "Renamed.WAI", "Sub", "a.EML"}));
+}
+
+// Thousands of names made and removed by us: every answer still comes from the index (which
+// grows, closes the gaps its removals leave and compacts its pool) without a scan.
+TEST(NameIndex, ManyNamesComeAndGo) {
+  TempTree t;
+  t.MakeFolder("IN");
+  FaultyFileSystem counting;
+  ScopedFileSystem scope(&counting);
+  ASSERT_FALSE(PathExists(t.Path("IN/none")));
+  const int lists = counting.calls(FsOp::kList);
+  const auto name = [](int i) {
+    return "Message-" + std::to_string(i * 7919 % 3000) + "-with-a-longer-name.EML";
+  };
+  for (int i = 0; i < 3000; ++i) TextFile::Open(t.Path("IN/" + name(i)), OpenMode::kOutput).Close();
+  for (int i = 0; i < 3000; ++i) {
+    if (i % 3 != 0) RemoveFile(t.Path("IN/" + name(i)));
+  }
+  int wrong = 0;
+  for (int i = 0; i < 3000; ++i)
+    wrong += PathExists(t.Path("in/" + UCase(name(i)))) != (i % 3 == 0);
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(ListFiles(t.Path("IN"), "*.eml").size(), 1000u);
+  EXPECT_EQ(counting.calls(FsOp::kList), lists);
 }
 
 TEST(NameIndex, ChangesBehindOurBackWithinOneTickAreFound) {
