@@ -26,12 +26,13 @@ namespace quellor {
 namespace {
 
 // The names of one folder, found without regard to case, each with its type. The bytes of all
-// names share one pool and the table holds 8 bytes a name (open addressing, linear probing),
-// so that a folder of a few hundred thousand names costs little memory.
+// names share one pool of chunks that never move, and the table holds 8 bytes a name (open
+// addressing, linear probing), so that a folder of a few hundred thousand names costs little
+// memory.
 class NameSet {
  public:
   struct Slot {
-    uint32_t offset = 0;
+    uint32_t offset = 0;  // chunk number * 65536 + place in the chunk
     uint16_t length = 0;
     mutable unsigned char type = 0;
     unsigned char tag = 0;  // 0: an empty place; otherwise 1-255 from the name's hash
@@ -50,7 +51,7 @@ class NameSet {
     }
   }
   std::string_view NameOf(const Slot& slot) const {
-    return std::string_view(pool_).substr(slot.offset, slot.length);
+    return {pool_[slot.offset >> 16].data() + (slot.offset & 0xFFFF), slot.length};
   }
   // Adds a name that Find does not find.
   void Insert(std::string_view name, unsigned char type) {
@@ -58,9 +59,8 @@ class NameSet {
     const uint64_t h = HashOf(name);
     size_t i = h & mask_;
     while (table_[i].tag != 0) i = (i + 1) & mask_;
-    table_[i] = Slot{static_cast<uint32_t>(pool_.size()), static_cast<uint16_t>(name.size()), type,
-                     TagOf(h)};
-    pool_.append(name);
+    table_[i] = Slot{Append(pool_, name), static_cast<uint16_t>(name.size()), type, TagOf(h)};
+    bytes_ += name.size();
     ++count_;
   }
   void Erase(const Slot* slot) {
@@ -78,7 +78,7 @@ class NameSet {
         hole = i;
       }
     }
-    if (garbage_ > 65536 && garbage_ * 2 > pool_.size()) Compact();
+    if (garbage_ > 65536 && garbage_ * 2 > bytes_) Compact();
   }
   void Clear() {
     table_.clear();
@@ -86,13 +86,13 @@ class NameSet {
     mask_ = 0;
     count_ = 0;
     pool_.clear();
+    bytes_ = 0;
     garbage_ = 0;
   }
-  void Reserve(size_t names, size_t bytes) {
+  void Reserve(size_t names) {
     size_t size = 16;
     while (size * 3 < names * 4) size *= 2;
     if (size > table_.size()) Grow(size);
-    pool_.reserve(bytes);
   }
   template <class F>
   void ForEach(F&& f) const {
@@ -117,6 +117,19 @@ class NameSet {
     }
     return true;
   }
+  // Chunks grow from 1 KiB to 64 KiB, so that a small folder costs little; a chunk is reserved
+  // whole when it is started and never moves.
+  using Pool = std::vector<std::vector<char>>;
+  static uint32_t Append(Pool& pool, std::string_view name) {
+    if (pool.empty() || pool.back().size() + name.size() > pool.back().capacity()) {
+      pool.emplace_back().reserve(
+          std::min<size_t>(size_t{1024} << std::min<size_t>(pool.size(), 6), size_t{65536}));
+    }
+    std::vector<char>& chunk = pool.back();
+    const auto offset = static_cast<uint32_t>(((pool.size() - 1) << 16) | chunk.size());
+    chunk.insert(chunk.end(), name.begin(), name.end());
+    return offset;
+  }
   void Grow(size_t size) {
     std::vector<Slot> old;
     old.swap(table_);
@@ -132,22 +145,20 @@ class NameSet {
   // Copies the names still in the set into a fresh pool; their places in the table stay, since
   // the hash reads the bytes, not where they are.
   void Compact() {
-    std::string pool;
-    pool.reserve(pool_.size() - garbage_);
+    Pool pool;
     for (Slot& slot : table_) {
-      if (slot.tag == 0) continue;
-      const std::string_view name = NameOf(slot);
-      slot.offset = static_cast<uint32_t>(pool.size());
-      pool.append(name);
+      if (slot.tag != 0) slot.offset = Append(pool, NameOf(slot));
     }
     pool_.swap(pool);
+    bytes_ -= garbage_;
     garbage_ = 0;
   }
 
   std::vector<Slot> table_;
   size_t mask_ = 0;
   size_t count_ = 0;
-  std::string pool_;
+  Pool pool_;
+  size_t bytes_ = 0;  // of the names in the pool, removed ones included
   size_t garbage_ = 0;
 };
 
@@ -268,10 +279,8 @@ bool ReadStamp(const std::string& folder, struct timespec* stamp) {
 // `names` is emptied name by name as it goes, so that a large folder is never held twice.
 void Rebuild(FolderIndex& index, const struct timespec& stamp, std::vector<std::string>& names,
              const std::vector<unsigned char>& types) {
-  size_t bytes = 0;
-  for (const std::string& name : names) bytes += name.size();
   index.by_folded.Clear();
-  index.by_folded.Reserve(names.size(), bytes);
+  index.by_folded.Reserve(names.size());
   index.ambiguous = false;
   for (size_t i = 0; i < names.size(); ++i) {
     const unsigned char type = i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN);
