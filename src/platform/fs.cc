@@ -239,6 +239,32 @@ int FileSystem::List(const std::string& dir, std::vector<std::string>* names,
   return err ? -err : 0;
 }
 
+int FileSystem::ListEach(
+    const std::string& dir,
+    const std::function<void(std::string_view name, unsigned char type)>& each) {
+  if (typeid(*this) != typeid(FileSystem)) {
+    std::vector<std::string> names;
+    std::vector<unsigned char> types;
+    if (int r = List(dir, &names, &types); r != 0) return r;
+    for (size_t i = 0; i < names.size(); ++i) {
+      each(names[i], i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN));
+    }
+    return 0;
+  }
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return -errno;
+  errno = 0;
+  while (struct dirent* e = ::readdir(d)) {
+    const char* n = e->d_name;
+    if (n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))) continue;
+    each(n, e->d_type);
+    errno = 0;
+  }
+  int err = errno;
+  ::closedir(d);
+  return err ? -err : 0;
+}
+
 int FileSystem::Fsync(int fd) {
   return Result(::fsync(fd));
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quellor {
@@ -45,6 +46,10 @@ class FileSystem {
   // name when given (DT_UNKNOWN where the file system does not tell).
   virtual int List(const std::string& dir, std::vector<std::string>* names,
                    std::vector<unsigned char>* types = nullptr);
+  // Calls `each` with every name in a folder (without "." and "..") and its d_type, without
+  // holding them all; -errno on failure. A seam of another kind answers through its List.
+  int ListEach(const std::string& dir,
+               const std::function<void(std::string_view name, unsigned char type)>& each);
   virtual int Fsync(int fd);
   virtual int SyncDir(const std::string& dir);
   // Flushes every job of a batch, side by side so that the disk serves them together (a seam

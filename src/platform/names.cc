@@ -274,43 +274,52 @@ bool ReadStamp(const std::string& folder, struct timespec* stamp) {
   return true;
 }
 
+// Adds one name found by a scan. Of names that differ only in case the lowest wins, whatever
+// order the scan gave.
+void AddScanned(FolderIndex& index, std::string_view name, unsigned char type) {
+  const NameSet::Slot* hit = index.by_folded.Find(name);
+  if (!hit) {
+    index.by_folded.Insert(name, type);
+    return;
+  }
+  index.ambiguous = true;
+  if (name < index.by_folded.NameOf(*hit)) {
+    const std::string kept(name);
+    index.by_folded.Erase(hit);
+    index.by_folded.Insert(kept, type);
+  }
+}
+
 // Refills an index from a scan of its folder; `stamp` was read before the scan, so a change
 // during the scan leaves the index older than the folder and the next lookup scans again.
-// `names` is emptied name by name as it goes, so that a large folder is never held twice.
-void Rebuild(FolderIndex& index, const struct timespec& stamp, std::vector<std::string>& names,
-             const std::vector<unsigned char>& types) {
+void Rebuild(FolderIndex& index, const struct timespec& stamp,
+             const std::vector<std::string>& names, const std::vector<unsigned char>& types) {
   index.by_folded.Clear();
   index.by_folded.Reserve(names.size());
   index.ambiguous = false;
   for (size_t i = 0; i < names.size(); ++i) {
-    const unsigned char type = i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN);
-    const std::string name = std::move(names[i]);
-    const NameSet::Slot* hit = index.by_folded.Find(name);
-    if (!hit) {
-      index.by_folded.Insert(name, type);
-      continue;
-    }
-    index.ambiguous = true;
-    // Of names that differ only in case the lowest wins, whatever order the scan gave.
-    if (name < index.by_folded.NameOf(*hit)) {
-      index.by_folded.Erase(hit);
-      index.by_folded.Insert(name, type);
-    }
+    AddScanned(index, names[i],
+               i < types.size() ? types[i] : static_cast<unsigned char>(DT_UNKNOWN));
   }
   index.stamp = stamp;
   index.racy = RacyStamp(stamp);
 }
 
-// Scans `folder` into its index; 0, or the errno when the folder cannot be read.
+// Scans `folder` into its index, name by name, so that a large folder is never held twice; 0,
+// or the errno when the folder cannot be read (the index is then half filled: the caller drops
+// it).
 int Scan(const std::string& folder, FolderIndex& index) {
   struct stat st;
   if (int r = Fs().Stat(folder, &st); r != 0) return -r;
   if (!S_ISDIR(st.st_mode)) return ENOTDIR;
   const struct timespec stamp = st.st_mtim;
-  std::vector<std::string> names;
-  std::vector<unsigned char> types;
-  if (int r = Fs().List(folder, &names, &types); r != 0) return -r;
-  Rebuild(index, stamp, names, types);
+  index.by_folded.Clear();
+  index.ambiguous = false;
+  const int r = Fs().ListEach(
+      folder, [&](std::string_view name, unsigned char type) { AddScanned(index, name, type); });
+  if (r != 0) return -r;
+  index.stamp = stamp;
+  index.racy = RacyStamp(stamp);
   return 0;
 }
 
@@ -812,8 +821,7 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
     if (it != Indexes().end()) {
       FolderIndex& index = it->second;
       if (index.wd >= 0 ? index.stale : index.racy || !SameStamp(index.stamp, stamp)) {
-        std::vector<std::string> copy = names;
-        Rebuild(index, stamp, copy, types);
+        Rebuild(index, stamp, names, types);
         index.stale = false;
       }
     }
