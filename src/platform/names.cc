@@ -78,7 +78,11 @@ class NameSet {
         hole = i;
       }
     }
-    if (garbage_ > 65536 && garbage_ * 2 > bytes_) Compact();
+    // Every name made and removed (a temporary file's, say) leaves garbage in the pool: the
+    // pool is copied afresh once it holds more garbage than names, and the table halves once it
+    // is an eighth full, so that a folder costs what it holds now, not what it once held.
+    if (garbage_ > 512 && garbage_ * 2 > bytes_) Compact();
+    if (table_.size() > 64 && count_ * 8 < table_.size()) Grow(table_.size() / 2);
   }
   void Clear() {
     table_.clear();
