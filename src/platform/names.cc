@@ -55,7 +55,8 @@ class NameSet {
   }
   // Adds a name that Find does not find.
   void Insert(std::string_view name, unsigned char type) {
-    if ((count_ + 1) * 4 > table_.size() * 3) Grow(table_.empty() ? 16 : table_.size() * 2);
+    // At most seven eighths full: the 8-bit tags keep the longer probe runs cheap.
+    if ((count_ + 1) * 8 > table_.size() * 7) Grow(table_.empty() ? 16 : table_.size() * 2);
     const uint64_t h = HashOf(name);
     size_t i = h & mask_;
     while (table_[i].tag != 0) i = (i + 1) & mask_;
@@ -95,7 +96,7 @@ class NameSet {
   }
   void Reserve(size_t names) {
     size_t size = 16;
-    while (size * 3 < names * 4) size *= 2;
+    while (size * 7 < names * 8) size *= 2;
     if (size > table_.size()) Grow(size);
   }
   template <class F>
@@ -795,6 +796,13 @@ bool ListFilesOrFail(const std::string& folder, std::string_view pattern,
     auto it = Indexes().find(*actual);
     if (it != Indexes().end() && it->second.wd >= 0 && !it->second.stale && !it->second.ambiguous) {
       const NameSet& names = it->second.by_folded;
+      // Counted first, so that a listing of a large folder is held once, without spare room.
+      size_t matching = 0;
+      names.ForEach([&](const NameSet::Slot& slot) {
+        const std::string_view name = names.NameOf(slot);
+        if (!IsHiddenName(name) && MatchesPattern(name, pattern)) ++matching;
+      });
+      result.reserve(matching);
       names.ForEach([&](const NameSet::Slot& slot) {
         const std::string_view name = names.NameOf(slot);
         if (IsHiddenName(name) || !MatchesPattern(name, pattern)) return;

@@ -126,6 +126,7 @@ bool RefreshInputListing(Context& ctx) {
     if (changed || files.version() != ctx.input_listing_version) {
       files.Clear();
       for (std::string& name : changes.names) files.Add(std::move(name));
+      changes.names = {};  // a long queue's listing is not held twice
     }
   } else {
     for (auto& [name, present] : changes.touched) {
