@@ -28,9 +28,11 @@ trap 'rm -rf "$WORK"' EXIT
 TODAY="$(date +%Y%m%d)"
 
 # A fresh tree with the same N pairs every time (same seed), in a folder of its own. The trees
-# of earlier runs stay until the end: on ext4 without a journal, every file created within 30
-# seconds of many removals searches past the inodes just freed, so removing the last run's
-# tree here would slow down whichever run comes next.
+# of earlier runs stay until the end: on ext4 without a journal, every file created within a
+# minute or more of many removals searches past the inodes just freed (while their blocks are
+# cached), so removing the last run's tree here would slow down whichever run comes next. For
+# the same reason, and when it may, the script empties the kernel's caches before each timed run
+# and then reads the input queue once, so that both runs start with the same warm input.
 TREES=0
 fresh_tree() {
   TREES=$((TREES + 1))
@@ -39,6 +41,8 @@ fresh_tree() {
   "$CTL" init "$TREE" >/dev/null
   "$MAKE_SPOOL" "$TREE" "$1" "$TODAY" 1 >/dev/null
   sync
+  if [ -w /proc/sys/vm/drop_caches ]; then echo 3 >/proc/sys/vm/drop_caches 2>/dev/null || true; fi
+  find "$TREE/IN" -type f -exec cat {} + >/dev/null
 }
 
 # Runs a command under /usr/bin/time -v; sets SECONDS_TAKEN and PEAK_KIB.
