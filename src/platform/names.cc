@@ -725,6 +725,17 @@ bool PathExists(const std::string& path) {
 }
 
 bool MatchesPattern(std::string_view name, std::string_view pattern) {
+  // "*.EML" and the like, asked of every name of a large folder: the end of the name decides.
+  if (!pattern.empty() && pattern[0] == '*' &&
+      pattern.find_first_of("*?", 1) == std::string_view::npos) {
+    const std::string_view end = pattern.substr(1);
+    if (name.size() < end.size()) return false;
+    const std::string_view tail = name.substr(name.size() - end.size());
+    for (size_t i = 0; i < end.size(); ++i) {
+      if (LowerChar(tail[i]) != LowerChar(end[i])) return false;
+    }
+    return true;
+  }
   // Iterative wildcard match with backtracking to the last "*".
   size_t n = 0, p = 0, star = std::string_view::npos, mark = 0;
   while (n < name.size()) {
