@@ -21,6 +21,28 @@ FileSystem& Plain() {
 }
 FileSystem* g_current = nullptr;
 
+// The names of a folder (without "." and "..") with their d_type, one by one; -errno on failure.
+int ReadFolder(const std::string& dir,
+               const std::function<void(std::string_view name, unsigned char type)>& each) {
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return -errno;
+  errno = 0;
+  while (struct dirent* e = ::readdir(d)) {
+    const char* n = e->d_name;
+    if (n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))) continue;
+    each(n, e->d_type);
+    errno = 0;
+  }
+  const int err = errno;
+  ::closedir(d);
+  return err ? -err : 0;
+}
+
+// The plain seam itself, not a test's seam derived from it (which must see every call in turn).
+bool IsPlain(const FileSystem& fs) {
+  return typeid(fs) == typeid(FileSystem);
+}
+
 int Result(int r) {
   return r < 0 ? -errno : r;
 }
@@ -223,26 +245,18 @@ int FileSystem::Rmdir(const std::string& path) {
 
 int FileSystem::List(const std::string& dir, std::vector<std::string>* names,
                      std::vector<unsigned char>* types) {
-  DIR* d = ::opendir(dir.c_str());
-  if (!d) return -errno;
   names->clear();
   if (types) types->clear();
-  errno = 0;
-  while (struct dirent* e = ::readdir(d)) {
-    const char* n = e->d_name;
-    if (n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))) continue;
-    names->emplace_back(n);
-    if (types) types->push_back(e->d_type);
-  }
-  int err = errno;
-  ::closedir(d);
-  return err ? -err : 0;
+  return ReadFolder(dir, [&](std::string_view name, unsigned char type) {
+    names->emplace_back(name);
+    if (types) types->push_back(type);
+  });
 }
 
 int FileSystem::ListEach(
     const std::string& dir,
     const std::function<void(std::string_view name, unsigned char type)>& each) {
-  if (typeid(*this) != typeid(FileSystem)) {
+  if (!IsPlain(*this)) {
     std::vector<std::string> names;
     std::vector<unsigned char> types;
     if (int r = List(dir, &names, &types); r != 0) return r;
@@ -251,18 +265,7 @@ int FileSystem::ListEach(
     }
     return 0;
   }
-  DIR* d = ::opendir(dir.c_str());
-  if (!d) return -errno;
-  errno = 0;
-  while (struct dirent* e = ::readdir(d)) {
-    const char* n = e->d_name;
-    if (n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))) continue;
-    each(n, e->d_type);
-    errno = 0;
-  }
-  int err = errno;
-  ::closedir(d);
-  return err ? -err : 0;
+  return ReadFolder(dir, each);
 }
 
 int FileSystem::Fsync(int fd) {
@@ -280,7 +283,7 @@ int FileSystem::SyncDir(const std::string& dir) {
 
 void FileSystem::SyncMany(std::vector<SyncJob>& jobs) {
   // A seam that watches or fails calls (tests) sees every flush, in order, on this thread.
-  if (typeid(*this) != typeid(FileSystem)) {
+  if (!IsPlain(*this)) {
     for (SyncJob& job : jobs) job.result = job.fd >= 0 ? Fsync(job.fd) : SyncDir(job.folder);
     return;
   }
