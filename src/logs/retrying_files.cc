@@ -122,13 +122,20 @@ TextFile OpenNewFile(Context& ctx, const std::string& path, int filenum) {
   return file;
 }
 
+namespace {
+// One attempt at a copy, made as `how` says.
+void CopyOnce(CopyHow how, const std::string& from, const std::string& to, bool exclusive) {
+  if (how == CopyHow::kShareInput) {
+    ShareOrCopyFile(from, to, exclusive);
+  } else {
+    CopyFileBytes(from, to, exclusive);
+  }
+}
+}  // namespace
+
 void CopyNewFile(Context& ctx, const std::string& origen, const std::string& destino, CopyHow how) {
   Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
-    if (how == CopyHow::kShareInput) {
-      ShareOrCopyFile(origen, destino, true);
-    } else {
-      CopyFileBytes(origen, destino, true);
-    }
+    CopyOnce(how, origen, destino, true);
   });
   ctx.NoteWritten(destino);
 }
@@ -145,11 +152,7 @@ void DeleteFile(Context& ctx, const std::string& archivo) {
 
 void CopyFile(Context& ctx, const std::string& origen, const std::string& destino, CopyHow how) {
   Attempts(ctx, FromSettings(ctx), "###COPY " + origen + "-" + destino, " RESUME NEXT").Run([&] {
-    if (how == CopyHow::kShareInput) {
-      ShareOrCopyFile(origen, destino);
-    } else {
-      CopyFileBytes(origen, destino);
-    }
+    CopyOnce(how, origen, destino, false);
   });
   ctx.NoteWritten(destino);
 }
